@@ -1,0 +1,342 @@
+// The event log: entries, the file they are kept in, reading it, settings.
+#include <ktcomm/log.h>
+#include <ktcomm/util_time.h>
+#include <limits.h>
+#include <signal.h>
+#include <sys/file.h>
+
+#include <random>
+
+#include "tests/log_support.h"
+
+using namespace kt::test;
+using std::string, std::to_string;
+
+namespace {
+
+constexpr char kLog[] = "/tmp/debug/user/nc.log", kWrapped[] = "/tmp/SYS_LOG_start_wrap";
+constexpr char kCatalogue[] = "/etc/logfile";
+constexpr size_t kLimit = 16384;
+const string y(256, 'y'), z(252, 'z');
+
+class EventLog : public testing::Test {
+ protected:
+  const string defaults_ = read_file(kDefaults), catalogue_ = read_file(kCatalogue);
+  const size_t descriptors_ = open_descriptors();
+  void SetUp() override {
+    ASSERT_EQ(system("rm -rf /tmp/debug /tmp/SYS*; cd /tmp && mkdir -p debug/user debug/system"), 0);
+    ASSERT_EQ(system("mkdir -p /mnt/ramdisk/env"), 0);
+    for (const char* path : {kDefaults, kSettings}) write_file(path, "");
+    write_file(kCatalogue, "[LOG]\n1=log is full\n2=log cleared\n3=%s did %d\n4=" + y + "\n");
+    set_zone("KTT-5:45");
+  }
+  void TearDown() override {
+    EXPECT_EQ(open_descriptors(), descriptors_);
+    write_file(kDefaults, defaults_);
+    write_file(kCatalogue, catalogue_);
+  }
+};
+
+// The lines of the log, once its shape has been checked.
+std::vector<string> lines_of_log() {
+  const string content = exists(kLog) ? read_file(kLog) : "";
+  EXPECT_LE(content.size(), kLimit);
+  for (const string& line : lines_of(content)) EXPECT_LE(line.size(), 254u);
+  return lines_of(content);
+}
+
+// The newest line without its time, which is about now; "" for an empty log.
+string newest() {
+  if (lines_of_log().empty()) return "";
+  const string line = lines_of_log()[0];
+  EXPECT_NEAR(static_cast<double>(time(nullptr)), atof(line.c_str()), 2);
+  return line.substr(line.find(' ') + 1);
+}
+
+// What GetLogFromFile_in gives; "-" when it leaves the pointer alone.
+string read_log(long since = 0, int iso = 0) {
+  char untouched[] = "-", *text = untouched;
+  EXPECT_EQ(GetLogFromFile_in(&text, since, iso), 0);
+  const string copy = text != nullptr ? text : "(null)";
+  if (text != untouched) free(text);
+  return copy;
+}
+
+TEST_F(EventLog, levels_and_failures) {
+  const struct {
+    string settings;
+    const char* category;
+    int level, number, result;
+    string stored, traced;
+  } kCases[] = {{"", "LOG", 3, 3, 0, "bob did 7", ":log message ok,{"},
+                {"log_level=1", "LOG", 1, 3, 0, "bob did 7", "log message ok"},
+                {"log_level=1", "LOG", 2, 3, 0, "", ": level=2 > 1\n"},
+                {"log_level=1", "LOG", 4, 3, -1, "", ": level=4 is wrong \n"},
+                {"log_level=9", "LOG", 3, 3, 0, "bob did 7", "log message ok"},
+                {"log_level=9", "LOG", 5, 3, -1, "", ": level=5 is wrong \n"},
+                {"", "LOG", 0, 99, -1, "", ": get sec=LOG, index=99 failed\n"},
+                {"", "LOG\n", 0, 3, 0, "bob did 7", "log message ok"},
+                {"", nullptr, 0, 3, -1, "", ", index=3 failed\n"},
+                {"none", "LOG", 0, 3, -1, "", ": open /mnt/ramdisk/env/system.conf failed\n"},
+                {"no catalogue", "LOG", 0, 3, -1, "", ": open /etc/logfile failed\n"},
+                {"no folder", "LOG", 0, 3, -1, "", ":SaveMessageToLogFile failed\n"}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.settings + c.traced);
+    SetUp();
+    write_file(kSettings, "[LOG]\n" + c.settings + "\n");
+    if (c.settings == "none") unlink(kSettings);
+    if (c.settings == "no catalogue") unlink(kCatalogue);
+    if (c.settings == "no folder") rmdir("/tmp/debug/user");
+    EXPECT_EQ(AddLog(c.category, c.level, c.number, "bob", 7), c.result);
+    const string trace = read_file("/tmp/debug/system/0-0.log");
+    EXPECT_NE(trace.find("]AddLog("), string::npos);
+    EXPECT_NE(trace.find(c.traced), string::npos) << trace;
+    EXPECT_EQ(newest(), c.stored);
+  }
+}
+
+TEST_F(EventLog, one_line_of_254_characters_an_entry) {
+  const string now = to_string(time(nullptr)) + " ", cut = y.substr(0, 254 - now.size());
+  const string kCases[][2] = {{"plain", "plain"},
+                              {"own line feed\n", "own line feed"},
+                              {"forged\n123 entry\n\n", "forged 123 entry "},
+                              {y, cut},
+                              {cut + "y", cut},
+                              {cut + "\n", cut}};
+  for (const auto& [text, stored] : kCases) {
+    EXPECT_EQ(AddLogDbg("%s", text.c_str()), 0);
+    EXPECT_EQ(newest(), stored);
+    unlink(kLog);
+    EXPECT_EQ(SaveMessageToLogFile((now + text).c_str(), 1), 0);
+    EXPECT_EQ(read_file(kLog), now + stored + "\n");
+    unlink(kLog);
+  }
+  EXPECT_EQ(SaveMessageToLogFile("", 1) + SaveMessageToLogFile(nullptr, 1) + AddLogDbg(nullptr), -3);
+  EXPECT_EQ(in_child([] { return close(0) + SaveMessageToLogFile("1 a\n", 1); }), 255);
+  EXPECT_EQ(newest(), "");
+}
+
+// What the file must hold, kept the simple way.
+string model(const string& log, const string& entry) {
+  const string all = entry + log;
+  return all.size() <= kLimit ? all : all.substr(0, all.rfind('\n', kLimit - 1) + 1);
+}
+
+TEST_F(EventLog, first_overflow_is_noted_once_until_cleared) {
+  std::mt19937 random(1);
+  for (int round = 0; round < 3; ++round) {
+    string expected = exists(kLog) ? read_file(kLog) : "";
+    for (int i = 0; i < 1500; ++i) {
+      const size_t room = kLimit - expected.size();  // filled to the byte where possible
+      const size_t length = room > 3 && room < 250 ? room - 3 : random() % 249;
+      const string entry = "7 " + string(length, 'e') + "\n";
+      const bool first = entry.size() > room && !exists(kWrapped);
+      ASSERT_EQ(SaveMessageToLogFile(entry.c_str(), 55), 0);
+      expected = model(expected, entry + (first && round < 2 ? "55 log is full\n" : ""));
+      ASSERT_TRUE(read_file(kLog) == expected && (!first || exists(kWrapped))) << i;
+    }
+    ASSERT_TRUE(exists(kWrapped));
+    EXPECT_EQ(ClearLog(), 0);
+    EXPECT_FALSE(exists(kWrapped));
+    EXPECT_EQ(newest(), "log cleared");
+    EXPECT_EQ(lines_of_log().size(), 1u);
+    if (round == 1) write_file(kCatalogue, "[LOG]\n2=log cleared\n");
+  }
+}
+
+TEST_F(EventLog, foreign_content_neither_overruns_nor_stops_the_log) {
+  string lines;
+  while (lines.size() < 50000) lines += to_string(lines.size()) + " old\n";
+  const struct {
+    const char* what;
+    string content;
+    int result;
+  } kCases[] = {{"short garbage", "garbage", 0},
+                {"zeros", string(3000, '\0'), 0},
+                {"far too long", lines, 0},
+                {"filled to the byte", string(kLimit - 6, 'x'), 0},
+                {"one endless line", string(20000, 'x'), -1},
+                {"line feed behind the limit", string(kLimit - 6, 'x') + "\n", -1},
+                {"line feed before the limit", string(kLimit - 7, 'x') + "\nyyyyyyyyyy", 0}};
+  for (const auto& c : kCases) {
+    write_file(kLog, c.content);
+    write_file(kWrapped, "");
+    EXPECT_EQ(SaveMessageToLogFile("9 new\n", 9), c.result) << c.what;
+    EXPECT_TRUE(read_file(kLog) == (c.result == 0 ? model(c.content, "9 new\n") : c.content)) << c.what;
+    EXPECT_EQ(read_log() != "-", c.result == 0) << c.what;
+    EXPECT_EQ(ClearLog(), 0);
+    EXPECT_EQ(newest(), "log cleared");
+  }
+}
+
+TEST_F(EventLog, writers_in_many_processes_tear_nothing) {
+  for (int round = 0; round < 25; ++round) {
+    ASSERT_EQ(ClearLog(), 0);
+    ASSERT_TRUE(in_processes(6, [round](int id) {
+      std::mt19937 random(static_cast<unsigned>(round * 6 + id));
+      for (int i = 0; i < 40;) {  // -1: the lock was busy for too long
+        i += 1 + AddLogDbg("p%d n%d %s.", id, i, string(1 + random() % 180, 'e').c_str());
+      }
+      return 0;
+    }));
+    int next[6] = {40, 40, 40, 40, 40, 40}, notices = 0;
+    for (const string& line : lines_of_log()) {
+      const string text = line.substr(line.find(' ') + 1);
+      int id = 0, number = 0, length = 0;
+      if (sscanf(text.c_str(), "p%1d n%d %*[e].%n", &id, &number, &length) == 2) {
+        ASSERT_TRUE(number == --next[id] && text.size() == static_cast<size_t>(length)) << line;
+      } else {
+        notices += text == "log is full";
+        ASSERT_TRUE(text == "log is full" || text == "log cleared") << line;
+      }
+    }
+    ASSERT_EQ(notices, 1);
+  }
+}
+
+TEST_F(EventLog, killed_writer_leaves_a_usable_log) {
+  write_file(kWrapped, "");
+  for (int round = 0; round < 100; ++round) {
+    const pid_t writer = fork();
+    while (writer == 0) AddLogDbg("%s", y.c_str());
+    usleep(static_cast<useconds_t>(1000 + round * 37));
+    kill(writer, SIGKILL);
+    waitpid(writer, nullptr, 0);
+    ASSERT_EQ(AddLogDbg("after %d", round), 0);
+    ASSERT_LE(lines_of(read_file(kLog)).size() + read_file(kLog).size(), kLimit + 1300);
+    ASSERT_NE(read_log().find(" after " + to_string(round)), string::npos);
+  }
+}
+
+TEST_F(EventLog, locked_log_is_given_up_after_a_tenth_of_a_second) {
+  write_file(kLog, "1 old\n");
+  FILE* const holder = fopen(kLog, "re");
+  ASSERT_EQ(flock(fileno(holder), LOCK_EX), 0);
+  timespec before, after;
+  clock_gettime(CLOCK_MONOTONIC, &before);
+  EXPECT_EQ(AddLogDbg("new"), -1);
+  clock_gettime(CLOCK_MONOTONIC, &after);
+  const long ms = (after.tv_sec - before.tv_sec) * 1000 + (after.tv_nsec - before.tv_nsec) / 1000000;
+  EXPECT_TRUE(ms >= 89 && ms < 600) << ms;
+  EXPECT_EQ(ClearLog(), -1);
+  EXPECT_EQ(read_file(kLog), "1 old\n");
+  fclose(holder);
+}
+
+TEST_F(EventLog, relay_gets_a_dated_copy) {
+  const struct {
+    const char *log, *system;
+    int form;  // of the date, -1: nothing is sent
+  } kCases[] = {{"syslog_mode=1", "date_format=0", 0},
+                {"syslog_mode=1", "date_format=1", 1},
+                {"syslog_mode=1", "date_format=2", 2},
+                {"syslog_mode=1", "date_format=3", 1},
+                {"syslog_mode=1", "date_format=-1", 1},
+                {"syslog_mode=1", "", 1},
+                {"syslog_mode=0", "", -1},
+                {"syslog_mode=2", "", -1},
+                {"", "", -1}};
+  const Relay relay("/tmp/syslog.log");
+  for (const auto& c : kCases) {
+    write_file(kSettings, string("[LOG]\n") + c.log + "\n[SYSTEM]\n" + c.system + "\n");
+    for (const int number : {3, 4}) {
+      EXPECT_EQ(AddLog("LOG", 0, number, "amy", 1), 0);
+      const time_t now = atol(read_file(kLog).c_str());
+      char dates[3][32];
+      strftime(dates[0], 32, "%Y-%m-%d %T ", localtime(&now));
+      strftime(dates[1], 32, "%m/%d/%Y %T ", localtime(&now));
+      strftime(dates[2], 32, "%d/%m/%Y %T ", localtime(&now));
+      const string line = dates[std::max(c.form, 0)] + (number == 3 ? "amy did 1" : y);
+      EXPECT_EQ(relay.receive(), c.form < 0 ? "(none)" : line.substr(0, 254) + "\n") << c.system;
+    }
+  }
+}
+
+TEST_F(EventLog, reading) {
+  const string b = "1970-01-01 05:45:09 b\n";
+  const struct {
+    const char* what;
+    string content;
+    long since;
+    int iso;
+    string expected;  // "-" for none
+  } kCases[] = {{"all, newest first", "86400 d c\n9 b\n", 0, 0, "1970-01-02 05:45:00 d c\n" + b},
+                {"iso", "86400 b\n", 0, 1, "1970-01-02T05:45:00+05:45 b\n"},
+                {"iso is 1 only", "9 b\n", 0, 2, b},
+                {"up to the first older one", "9 b\n3 a\n8 b\n", 8, 0, b},
+                {"since itself counts", "9 b\n", 9, 0, b},
+                {"since later", "9 b\n", 10, 0, "-"},
+                {"up to the first that is no entry", "9 b\nx\n9 b\n", 0, 0, b},
+                {"a number alone is none", "9\n9 b\n", 0, 0, "-"},
+                {"no text hides nothing", "9 \n9 b\n", 0, 0, "1970-01-01 05:45:09 \n" + b},
+                {"longest", "9 " + z + "\n9 b\n", 0, 0, "1970-01-01 05:45:09 " + z + "\n" + b},
+                {"empty", "", 0, 0, "-"}};
+  write_file(kSettings, "[SYSTEM]\ndate_format=0\n");
+  for (const auto& c : kCases) {
+    write_file(kLog, c.content);
+    EXPECT_EQ(read_log(c.since, c.iso), c.expected) << c.what;
+  }
+  unlink(kLog);
+  char untouched[] = "", *text = untouched;
+  EXPECT_EQ(GetLogFromFile(&text), 0);
+  unlink(kSettings);
+  EXPECT_EQ(GetLogFromFile(&text) + GetLogFromFile(nullptr), -2);
+  EXPECT_EQ(text, untouched);
+}
+
+TEST_F(EventLog, settings_have_defaults_and_bounds) {
+  SysLogData data[2] = {{7, 7, 7, "u", 7}, {0x23232323, 0, 0, "", 0}};
+  EXPECT_EQ(SysLogReadData(data), 0);
+  EXPECT_TRUE(data->log_mode == 1 && data->log_level == 3);
+  EXPECT_TRUE(data->syslog_mode == 0 && data->syslog_port == 514);
+  for (const size_t length : {0, 1, 63, 64, 65, 66, 300}) {
+    write_file(kSettings, "[LOG]\nsyslog_server=" + string(length, 's') + "\n");
+    EXPECT_EQ(SysLogReadData(data), 0);
+    EXPECT_EQ(data->syslog_server, string(std::min<size_t>(length, 64), 's'));
+    EXPECT_EQ(data[1].log_mode, 0x23232323);
+  }
+  write_file(kSettings, "");
+  SysLogData written = {1, 2, 1, "", 99};
+  EXPECT_EQ(SysLogWriteData(&written), -1);
+  EXPECT_EQ(read_file(kSettings), "");
+  written.log_mode = 0;
+  EXPECT_EQ(SysLogWriteData(&written), 0);
+  memset(written.syslog_server, 's', sizeof written.syslog_server);
+  EXPECT_EQ(SysLogWriteData(&written), 0);
+  EXPECT_EQ(read_file(kSettings),
+            "[LOG]\nlog_mode=0\nlog_level=2\nsyslog_mode=1\nsyslog_server=" + string(64, 's') + "\nsyslog_port=99\n");
+  ASSERT_EQ(system("rm -rf /mnt/ramdisk/env"), 0);
+  EXPECT_EQ(SysLogWriteData(&written) + SysLogReadData(data), -2);
+  EXPECT_EQ(SysLogReadData(nullptr) + SysLogWriteData(nullptr), -2);
+  EXPECT_EQ(data->syslog_server, string(64, 's'));
+}
+
+TEST(TimeText, iso8601_local_time_with_offset) {
+  const struct {
+    const char* zone;
+    long time;
+    int size;
+    const char* expected;  // "#" for failure
+  } kCases[] = {{"KTT-1", 1795226700, 26, "2026-11-21T03:05:00+01:00"},
+                {"KTT3:30", 0, 64, "1969-12-31T20:30:00-03:30"},
+                {"UTC0", -1, 64, "1969-12-31T23:59:59+00:00"},
+                {"UTC0", sizeof(long) == 8 ? LONG_MAX : 0, sizeof(long) == 8 ? 64 : 0, "#"},
+                {"KTT-1", 0, 25, "#"},
+                {"UTC0", 0, -1, "#"}};
+  for (const auto& c : kCases) {
+    set_zone(c.zone);
+    char out[65] = "#";
+    EXPECT_EQ(get_time_iso8601_string(out, c.size, c.time), *c.expected == '#' ? -1 : 0);
+    EXPECT_STREQ(out, c.expected);
+  }
+  EXPECT_EQ(get_time_iso8601_string(nullptr, 64, 0), -1);
+}
+
+TEST_F(EventLog, keeps_no_descriptor_and_no_memory) {
+  write_file(kSettings, "[LOG]\nsyslog_mode=1\n");
+  write_file(kLog, "2 b\n1 a\n");
+  expect_nothing_kept("reading", [] { EXPECT_NE(read_log(), "-"); });
+  expect_nothing_kept("AddLog", [] { AddLog("LOG", 0, 3, "x", 1); });
+}
+
+}  // namespace
