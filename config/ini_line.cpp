@@ -88,8 +88,8 @@ unique_file open_or_create(const char* path) {
     file = open_file(path, "re");
   }
   struct stat status;
-  if (file.ok() && ::fstat(fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode)) {
-    errno = EISDIR;
+  if (file.ok() && ::fstat(fileno(file.get()), &status) == 0 && !S_ISREG(status.st_mode)) {
+    errno = EINVAL;
     file.reset();
   }
   return file;

@@ -82,7 +82,8 @@ struct KeyMatch {
 void store_value(std::string_view value, char* out, size_t size);
 
 // Opens a settings file for reading, creating an empty one where it is missing.
-// Null for a directory and for a path too long to be given to the shell.
+// Null for anything but a regular file, which may be endless, and for a path too
+// long to be given to the shell.
 [[nodiscard]] unique_file open_or_create(const char* path);
 
 }  // namespace kt

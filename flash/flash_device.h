@@ -1,4 +1,4 @@
-// flash_device.h - a flash partition open for reading and writing.
+// flash_device.h - an open flash partition, by way of the exported calls.
 #ifndef KTCOMM_FLASH_FLASH_DEVICE_H
 #define KTCOMM_FLASH_FLASH_DEVICE_H
 
@@ -11,17 +11,20 @@ namespace kt {
 
 class FlashDevice {
  public:
-  explicit FlashDevice(const char* partition) : fd_(flash_open(partition, O_RDWR)) {}
+  // Open for writing, it is locked against other processes; O_RDONLY locks nothing.
+  explicit FlashDevice(const char* partition, int flags = O_RDWR)
+      : fd_(flash_open(partition, flags)) {}
   FlashDevice(const FlashDevice&) = delete;
   FlashDevice& operator=(const FlashDevice&) = delete;
   ~FlashDevice() {
-    if (ok()) (void)close();  // after a failure that was reported already
+    if (ok()) (void)close();  // after a failure that was reported already, or after looking
   }
 
   [[nodiscard]] bool ok() const { return fd_ > 0; }
-  [[nodiscard]] bool seek(long long offset) { return flash_lseek(fd_, offset, SEEK_SET) >= 0; }
+  [[nodiscard]] long long size() { return flash_lseek(fd_, 0, SEEK_END); }
+  [[nodiscard]] bool seek(long long offset) { return flash_lseek(fd_, offset, SEEK_SET) == offset; }
   [[nodiscard]] bool read(void* data, unsigned size) {
-    return flash_read(fd_, static_cast<unsigned char*>(data), size) == static_cast<int>(size);
+    return flash_read(fd_, data, size) == static_cast<int>(size);
   }
   [[nodiscard]] bool write(const void* data, unsigned size) {
     return flash_write(fd_, static_cast<const unsigned char*>(data), size) ==

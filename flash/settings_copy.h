@@ -6,9 +6,8 @@
 
 #include <stddef.h>
 
-#include <bit>
-
 #include "base/paths.h"
+#include "flash/copy_header.h"
 
 namespace kt {
 
@@ -20,19 +19,6 @@ struct SettingsCopy {
 
 inline constexpr SettingsCopy kNormal = {paths::kNormalCopy, paths::kNormalArchive, "MTD_CONF0"};
 inline constexpr SettingsCopy kBackup = {paths::kBackupCopy, paths::kBackupArchive, "MTD_CONF1"};
-
-// What stands at offset 0 of a copy; the archive follows.
-struct CopyHeader {
-  unsigned short id;
-  unsigned short reserved;
-  unsigned length;
-  unsigned char md5[16];
-};
-static_assert(sizeof(CopyHeader) == 24 && offsetof(CopyHeader, md5) == 8);
-static_assert(std::endian::native == std::endian::little, "the record is stored as it is");
-
-inline constexpr unsigned short kCopyId = 0xCCAA;
-inline constexpr unsigned kArchiveOffset = sizeof(CopyHeader);
 
 // Results of the steps below.
 enum CopyResult : int {

@@ -1,0 +1,554 @@
+// ktctl as people and scripts meet it: a command line in, text and exit code out.
+#include <fcntl.h>
+#include <ktcomm/flash.h>
+#include <ktcomm/log.h>
+#include <signal.h>
+#include <string.h>
+
+#include <functional>
+
+#include "base/file_lock.h"
+#include "tests/nand_double.h"
+#include "tests/settings_image.h"
+#include "tools/flash_copies.h"
+#include "tools/ktctl.h"
+
+using namespace kt::test;
+
+namespace {
+
+constexpr const char* kPartitions[] = {kNormalDevice, kBackupDevice};
+const std::string kErased(kDeviceSize, '\xff');
+const std::string kNet = "[NET]\nport=80\nname= front door \nempty=\n";
+const std::string kUsers = "[USER]\nadmin=root\n[USER]\nadmin=second\n";
+const std::string kContent = kNet + kUsers;
+const std::string kFactory = "[SYSTEM]\ncfg_ver=1\n[NET]\nport=8080\nonly_default=yes\n";
+
+const std::string kA = "[SYSTEM]\ncfg_ver=1\n[S]\nk=a\n";
+const std::string kB = "[SYSTEM]\ncfg_ver=1\n[S]\nk=b\n";
+const std::string kNotWritten =
+    ": not written: the file, /tmp/cgi_locker.lock or a copy of it in /tmp could not be written";
+
+struct Result {
+  int code;  // -signal when one ended it
+  std::string out;
+  std::string err;
+};
+
+// One run of the tool in a process group of its own, as a shell would start it.
+class Process {
+ public:
+  explicit Process(const std::string& arguments, const char* redirections = "") {
+    const std::string line = "exec ktctl " + arguments + " </dev/null >/tmp/run.out 2>/tmp/run.err " + redirections;
+    pid_ = fork();
+    if (pid_ != 0) return;
+    setpgid(0, 0);
+    execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+    _exit(125);
+  }
+  bool ended() { return waitpid(pid_, &status_, WNOHANG) == pid_; }
+  Result wait() {
+    waitpid(pid_, &status_, 0);
+    return result();
+  }
+  Result result() const {
+    const int code = WIFEXITED(status_) ? WEXITSTATUS(status_) : -WTERMSIG(status_);
+    return {code, read_file("/tmp/run.out"), read_file("/tmp/run.err")};
+  }
+  pid_t pid() const { return pid_; }
+  bool blocks(int number) const {
+    const std::string status = read_file("/proc/" + std::to_string(pid_) + "/status");
+    const size_t mask = status.find("SigBlk:");
+    return mask != std::string::npos && (stoull(status.substr(mask + 8), nullptr, 16) >> (number - 1) & 1) != 0;
+  }
+
+ private:
+  pid_t pid_;
+  int status_ = 0;
+};
+
+Result ktctl(const std::string& arguments, const char* redirections = "") {
+  return Process(arguments, redirections).wait();
+}
+
+// What is said on standard error, "@" standing for the settings file.
+std::string message(std::string text) {
+  if (text.empty()) return "";
+  if (text[0] == '@') text.replace(0, 1, kSettings);
+  return "ktctl: " + text + "\n";
+}
+
+void expect_run(const std::string& arguments, int code, const std::string& out, const std::string& err,
+                const char* redirections = "") {
+  SCOPED_TRACE(arguments);
+  const Result result = ktctl(arguments, redirections);
+  EXPECT_EQ(result.code, code);
+  EXPECT_EQ(result.out, out);
+  EXPECT_EQ(result.err, message(err));
+}
+
+std::string partition(int copy) { return read_file(kPartitions[copy]); }
+
+// What a partition with these settings looks like.
+std::string image_of(const std::string& settings) { return copy_of(archive_of(settings)); }
+
+std::string flipped(std::string image, size_t offset) {
+  image[offset] = static_cast<char>(~image[offset]);
+  return image;
+}
+
+// The settings that a copy in flash unpacks to.
+std::string stored_in(int copy) {
+  const auto state = kt::tools::inspect_copy(copy);
+  if (!state.intact) return "(broken)";
+  write_file("/tmp/stored.tgz", partition(copy).substr(24, state.header.length));
+  if (system("tar zxOf /tmp/stored.tgz env/system.conf >/tmp/stored.conf") != 0) return "(no tar)";
+  return read_file("/tmp/stored.conf");
+}
+
+bool stored_in_both(const std::string& settings) { return stored_in(0) == settings && stored_in(1) == settings; }
+
+// Takes the settings lock as another writer would.
+void hold(kt::FlockFile& lock) { ASSERT_TRUE(lock.open("/tmp/cgi_locker.lock", 0666) && lock.lock()); }
+
+class Ktctl : public testing::Test {
+ protected:
+  void SetUp() override { refill(); }
+  void TearDown() override { EXPECT_TRUE(files_in("/tmp", "ktctl").empty()) << "scratch files left"; }
+  static void refill() {
+    ASSERT_EQ(system("rm -rf /mnt/ramdisk/env && mkdir -p /mnt/ramdisk/env"), 0);
+    write_file(kDefaults, kFactory);
+    write_file(kSettings, kContent);
+    for (const char* path : kPartitions) write_file(path, kErased);
+  }
+};
+
+TEST_F(Ktctl, prints_and_changes_exactly_what_it_says) {
+  const struct {
+    std::string arguments;
+    int code;
+    std::string out;
+    std::string err;
+    std::string file_after = kContent;
+  } kCases[] = {
+      {"get NET port", 0, "80\n", ""},
+      {"get '[NET]' name", 0, " front door \n", ""},
+      {"get NET empty", 0, "\n", ""},
+      {"get NET only_default", 0, "yes\n", ""},
+      {"get NET none", 1, "", "@: [NET] none: not found"},
+      {"get " + std::string(62, 'a') + " k", 1, "", "@: [" + std::string(61, 'a') + "] k: not found"},
+      {"--file /tmp/flat get '' top", 0, "1\n", ""},
+      {"get --file /tmp/flat S k", 0, "-v\n", ""},
+      {"get --file /tmp/none S k", 1, "", "/tmp/none: not found"},
+      {"get --file /tmp S k", 3, "", "/tmp: no regular file"},
+      {"set NET port '-5 x'", 0, "", "", "[NET]\nport=-5 x\n" + kContent.substr(14)},
+      {"set '[NET]' mtu ''", 0, "", "", kNet + "mtu=\n" + kUsers},
+      {"set NEW k '=[v]='", 0, "", "", kContent + "[NEW]\nk==[v]=\n"},
+      {"set NET port 80", 0, "", ""},
+      {"set --file /dev/zero S k v", 3, "", "/dev/zero: no regular file"},
+      {"set --file /tmp/no/file S k v", 4, "", "/tmp/no/file: [S]" + kNotWritten},
+      {"unset-section USER", 0, "", "", kNet},
+      {"unset-section X", 1, "", "@: [X]: not found"},
+      {"unset-section --file /tmp/none X", 1, "", "/tmp/none: not found"},
+      {"rename-section NET '[LAN]'", 0, "", "", "[LAN]\n" + kContent.substr(6)},
+      {"rename-section NET USER", 3, "", "@: [USER]: there is such a section already"},
+      {"rename-section X Y", 1, "", "@: [X]: not found"},
+      {"show", 0, kContent, ""},
+      {"show NET", 0, kNet.substr(6), ""},
+      {"show --file /tmp/flat S", 0, "k=-v", ""},
+      {"show X", 1, "", "@: [X]: not found"},
+      {"", 2, "", "no command; see ktctl --help"},
+      {"sow", 2, "", "sow: there is no such command; see ktctl --help"},
+      {"get --fast a b", 2, "", "--fast: there is no such option"},
+      {"show --file", 2, "", "--file: what follows is missing"},
+      {"get NET", 2, "", "get takes SECTION KEY; see ktctl get --help"},
+      {"save x", 2, "", "save takes no arguments; see ktctl save --help"},
+      {"reset --file x", 2, "", "reset does not take this option; see ktctl reset --help"},
+      {"show --crc16", 2, "", "show does not take this option; see ktctl show --help"},
+  };
+  write_file("/tmp/flat", "top=1\n[S]\nk=-v");
+  for (const auto& c : kCases) {
+    write_file(kSettings, kContent);
+    expect_run(c.arguments, c.code, c.out, c.err);
+    EXPECT_EQ(read_file(kSettings), c.file_after) << c.arguments;
+  }
+  EXPECT_FALSE(exists("/tmp/none"));
+}
+
+TEST_F(Ktctl, set_refuses_what_a_save_could_not_store) {
+  const std::string kLong(511 - 3, 'v');  // "k=", the value, a line feed: 511
+  const std::string kName(61, 's');
+  const struct {
+    std::string arguments;
+    const char* reason;
+  } kCases[] = {
+      {"set S k 'a\tb'", "[S] k: the value holds byte 0x09 at place 2"},
+      {"set S k 'a\n[T]'", "[S] k: the value holds byte 0x0a at place 2"},
+      {"set S k 'caf\xe9'", "[S] k: the value holds byte 0xe9 at place 4"},
+      {"set S k '\x7f'", "[S] k: the value holds byte 0x7f at place 1"},
+      {"set S 'k\x01' v", "the key holds byte 0x01 at place 2"},
+      {"set 'S\n' k v", "the section holds byte 0x0a at place 2"},
+      {"set S '' v", "a key has at least one character"},
+      {"set S 'a b' v", "a key holds no = and no blank"},
+      {"set S a=b v", "a key holds no = and no blank"},
+      {"set S [a v", "a key that begins with [ is a section"},
+      {"set '' k v", "a section needs a name"},
+      {"set [S k v", "a section's name holds no brackets"},
+      {"rename-section NET a]", "a section's name holds no brackets"},
+      {"set " + kName + "s k v", "a section's name has at most 61 characters"},
+      {"set S k " + kLong + "v", "the line has 512 characters with its line feed, 511 fit"},
+      {"set --file '/tmp/a b' S k v", "the path of a file to be written is made of"},
+      {"unset-section --file '/tmp/$(id)' S", "the path of a file to be written is made of"},
+      {"save --file -f", "the path of a file to be written is made of"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.arguments);
+    const Result result = ktctl(c.arguments);
+    EXPECT_EQ(result.code, 3);
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err.find(c.reason), std::string::npos) << result.err;
+    EXPECT_EQ(read_file(kSettings), kContent);
+  }
+  EXPECT_EQ(ktctl("set " + kName + " k " + kLong).code, 0) << "the longest that fits";
+  EXPECT_EQ(ktctl("get " + kName + " k").out, kLong + "\n");
+}
+
+// The copy command of a write tells nobody when it fails.
+TEST_F(Ktctl, a_write_that_did_not_arrive_is_told) {
+  ASSERT_EQ(system("mkdir -p /tmp/fixed && cp /mnt/ramdisk/env/system.conf /tmp/fixed/file && "
+                   "chmod 444 /tmp/fixed/file && chmod 555 /tmp/fixed"),
+            0);
+  for (const char* command : {"set --file /tmp/fixed/file NET port 81", "rename-section --file /tmp/fixed/file NET X",
+                              "unset-section --file /tmp/fixed/file NET"}) {
+    expect_run(command, 4, "", "/tmp/fixed/file: [NET]" + kNotWritten);
+  }
+  EXPECT_EQ(read_file("/tmp/fixed/file"), kContent);
+}
+
+TEST_F(Ktctl, writers_wait_for_the_lock_and_readers_not_for_long) {
+  for (const char* command : {"set NET port 81", "unset-section USER", "rename-section NET LAN"}) {
+    refill();
+    kt::FlockFile lock;
+    hold(lock);
+    Process writer(command);
+    EXPECT_EQ(ktctl("get NET port", "2>/dev/null").out, "80\n");
+    EXPECT_EQ(ktctl("show", "2>/dev/null").out, kContent);
+    EXPECT_FALSE(writer.ended()) << command;
+    EXPECT_EQ(read_file(kSettings), kContent);
+    Process impatient(command);
+    usleep(50000);
+    kill(impatient.pid(), SIGINT);
+    EXPECT_EQ(impatient.wait().code, -SIGINT) << "a person cannot give up";
+    lock.release();
+    EXPECT_EQ(writer.wait().code, 0);
+    EXPECT_NE(read_file(kSettings), kContent);
+  }
+  kt::FlockFile lock;
+  hold(lock);
+  const auto repair = [] {
+    ualarm(200000, 0);
+    return static_cast<int>(kt::tools::repair_copies().result);
+  };
+  EXPECT_EQ(in_child(repair), -SIGALRM) << "a repair beside a save";
+}
+
+TEST_F(Ktctl, every_command_has_help) {
+  const std::string all = ktctl("--help").out;
+  for (const std::string name : {"get", "set", "unset-section", "rename-section", "show", "save", "restore", "reset",
+                                 "flash", "trace", "hash"}) {
+    const std::string help = ktctl(name + " --help").out;
+    EXPECT_EQ(help.find("usage: ktctl " + name), 0u) << help;
+    EXPECT_NE(help.find("Exit codes: 0 done, 1 not found"), std::string::npos) << name;
+    EXPECT_NE(all.find("\n  " + name + " "), std::string::npos) << name;
+  }
+}
+
+TEST_F(Ktctl, save_and_reset_store_in_both_copies) {
+  expect_run("save", 0, "", "");
+  EXPECT_TRUE(stored_in_both(kContent));
+
+  ASSERT_EQ(system("rm -rf /mnt/ramdisk/env"), 0);
+  write_file("/tmp/other.conf", "[A]\nb=c\n");
+  EXPECT_EQ(ktctl("save --file /tmp/other.conf").code, 0);
+  EXPECT_EQ(read_file(kSettings), "[A]\nb=c\n");
+  EXPECT_TRUE(stored_in_both("[A]\nb=c\n"));
+
+  EXPECT_EQ(ktctl("reset").code, 0);
+  EXPECT_EQ(read_file(kSettings), kFactory);
+  EXPECT_TRUE(stored_in_both(kFactory));
+}
+
+TEST_F(Ktctl, save_refuses_what_cannot_be_stored_and_leaves_it_alone) {
+  const struct {
+    const char* prepare;  // in the directory of the settings
+    const char* command;
+    int code;
+    const char* err;
+  } kCases[] = {
+      {"printf '[S]\\nk=a\\tb\\n' >system.conf", "save", 3, "@:2: byte 0x09 at place 4: such settings are not stored"},
+      {"printf '[S]\\r\\n\\r\\nk=\\377' >system.conf", "save", 3,
+       "@:3: byte 0xff at place 3: such settings are not stored"},
+      {"rm system.conf", "save", 1, "@: not found"},
+      {"mkdir system.conf", "save", 3, "@: no regular file"},
+      {"printf '\\t' >/etc/def_sys.conf", "reset", 3,
+       "/etc/def_sys.conf:1: byte 0x09 at place 1: such settings are not stored"},
+  };
+  ASSERT_EQ(chdir("/mnt/ramdisk/env"), 0);
+  for (const auto& c : kCases) {
+    ASSERT_EQ(system(c.prepare), 0);
+    const std::string before = read_file(kSettings);
+    expect_run(c.command, c.code, "", c.err);
+    EXPECT_EQ(read_file(kSettings), before);
+  }
+  ASSERT_EQ(chdir("/run"), 0);
+  EXPECT_TRUE(partition(0) == kErased && partition(1) == kErased);
+}
+
+TEST_F(Ktctl, save_tells_which_copy_could_not_be_written) {
+  const char* const kReasons[] = {
+      "@: not saved: the normal copy could not be written, or the settings do not fit; the backup "
+      "copy may hold them",
+      "/dev/mtd4: saved in the normal copy, but the backup copy could not be written: a power cut "
+      "in the next save may lose the settings"};
+  for (int copy = 0; copy < 2; ++copy) {
+    refill();
+    const int fd = flash_open(kPartitions[copy], O_RDWR);  // somebody else is writing
+    expect_run("save", 4, "", kReasons[copy]);
+    EXPECT_EQ(stored_in(1 - copy), kContent);
+    EXPECT_EQ(flash_close(fd), 0);
+  }
+}
+
+// The signals reach the commands that it runs as well, as from a terminal.
+TEST_F(Ktctl, signals_wait_until_all_is_written) {
+  // The search for leaks traces the process, which stop signals upset.
+  setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+  const struct {
+    const char* command;
+    std::function<bool()> done;
+  } kCases[] = {
+      {"save", [] { return stored_in_both(kContent); }},
+      {"reset", [] { return stored_in_both(kFactory); }},
+      {"set NET empty x", [] { return read_file(kSettings).substr(0, 40) == kNet.substr(0, 38) + "x\n"; }},
+      {"unset-section NET", [] { return read_file(kSettings) == kUsers; }},
+      {"restore", [] { return stored_in_both(kA); }},
+  };
+  const std::string image = image_of(kA);
+  for (const auto& c : kCases) {
+    int sent = 0;
+    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGTSTP}) {
+      SCOPED_TRACE(c.command + std::string(" under signal ") + std::to_string(number));
+      refill();
+      write_file(kPartitions[0], image);
+      Process process(c.command);
+      while (!process.ended()) {
+        if (process.blocks(SIGTERM)) {
+          kill(-process.pid(), number);
+          ++sent;
+        }
+        if (number == SIGTSTP) kill(-process.pid(), SIGCONT);  // it may stop once it is done
+      }
+      const int code = process.result().code;
+      EXPECT_TRUE(code == 0 || code == -number) << code;
+      EXPECT_TRUE(c.done());
+    }
+    EXPECT_GT(sent, 0) << c.command;
+  }
+  unsetenv("ASAN_OPTIONS");
+}
+
+TEST_F(Ktctl, a_lost_terminal_does_no_harm) {
+  kt::FlockFile lock;
+  hold(lock);
+  Process process("save", "<&- >&- 2>&-");
+  usleep(50000);
+  for (const char* fd : {"0", "1", "2"}) {  // no file of its own may take their places
+    char target[64] = "";
+    const std::string link = "/proc/" + std::to_string(process.pid()) + "/fd/" + fd;
+    EXPECT_GT(readlink(link.c_str(), target, sizeof target - 1), 0);
+    EXPECT_STREQ(target, "/dev/null");
+  }
+  lock.release();
+  EXPECT_EQ(process.wait().code, 0);
+  EXPECT_TRUE(stored_in_both(kContent));
+
+  EXPECT_EQ(ktctl("restore", ">&-").code, 0);
+  EXPECT_EQ(ktctl("get NET port", ">&-").err, message("standard output: Bad file descriptor"));
+  EXPECT_EQ(ktctl("get NET port", ">&-").code, 4);
+
+  ASSERT_EQ(mkfifo("/tmp/fifo", 0600), 0);
+  const int reader = open("/tmp/fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  hold(lock);
+  Process unheard("restore", ">/tmp/fifo");
+  usleep(50000);
+  close(reader);
+  lock.release();
+  EXPECT_EQ(unheard.wait().code, 0);
+}
+
+enum Source : int { kNothing = -1, kNormal = 0, kBackup = 1 };
+
+struct CopyCase {
+  const char* what;
+  std::string normal;
+  std::string backup;
+  std::string settings;  // what a boot has then
+  Source source;         // what both hold afterwards; with kNothing they stay as they are
+  std::string verdict[2];
+  std::string choice = source == kNormal ? "normal copy" : source == kBackup ? "backup copy" : "factory defaults";
+};
+
+std::vector<CopyCase> copy_cases() {
+  const std::string a = image_of(kA), b = image_of(kB), old = image_of("[SYSTEM]\ncfg_ver=0\n");
+  const std::string invalid = image_of("[S]\nk=\t\n"), no_archive = copy_of("no archive");
+  const std::string over_long = std::string(a).replace(4, 4, "\xff\xff\xff\xff");
+  const std::string beyond = std::string(a).replace(4, 4, std::string("\xe9\xff\x03\0", 4));
+  const std::string id_alone = "\xaa\xcc" + kErased.substr(2), zeros(kErased.size(), '\0');
+  const std::string kGood = "intact", kBad = "broken; nothing to repair it from";
+  const std::string kMended0 = "broken; repaired from the backup copy";
+  const std::string kMended1 = "broken; repaired from the normal copy";
+  const std::string kOther0 = "intact, with other settings; repaired from the backup copy";
+  const std::string kOther1 = "intact, with other settings; repaired from the normal copy";
+  return {
+      {"equal", a, a, kA, kNormal, {kGood, kGood}},
+      {"a byte of the backup", a, flipped(a, 40), kA, kNormal, {kGood, kMended1}},
+      {"last byte", flipped(a, a.find_last_not_of('\xff')), b, kB, kBackup, {kMended0, kGood}},
+      {"wrong id", flipped(a, 0), b, kB, kBackup, {kMended0, kGood}},
+      {"id alone", a, id_alone, kA, kNormal, {kGood, kMended1}},
+      {"length 0xffffffff", over_long, b, kB, kBackup, {kMended0, kGood}},
+      {"length one too much", a, beyond, kA, kNormal, {kGood, kMended1}},
+      {"length 0", copy_of(""), b, kB, kBackup, {kMended0, kGood}},
+      {"zeros", zeros, a, kA, kBackup, {kMended0, kGood}},
+      {"erased", b, kErased, kB, kNormal, {kGood, kMended1}},
+      {"both intact", a, b, kA, kNormal, {kGood, kOther1}},
+      {"intact, no archive", no_archive, b, kB, kBackup, {kOther0, kGood}},
+      {"intact, not valid", invalid, b, kB, kBackup, {kOther0, kGood}},
+      {"other version",
+       old,
+       flipped(old, 30),
+       kFactory,
+       kNormal,
+       {kGood, kMended1},
+       "factory defaults: the normal copy is of another version"},
+      {"both erased", kErased, kErased, kFactory, kNothing, {kBad, kBad}},
+      {"both broken", flipped(a, 30), flipped(a, 31), kFactory, kNothing, {kBad, kBad}},
+      {"none that serves", kErased, no_archive, kFactory, kNothing, {kBad, "intact, but holds no settings"}},
+  };
+}
+
+TEST_F(Ktctl, restore_boots_and_makes_both_copies_hold_what_booted) {
+  for (const CopyCase& c : copy_cases()) {
+    SCOPED_TRACE(c.what);
+    ASSERT_EQ(system("rm -rf /mnt/ramdisk/env"), 0);
+    write_file(kPartitions[0], c.normal);
+    write_file(kPartitions[1], c.backup);
+    const std::string before[] = {partition(0), partition(1)};
+    std::string image = c.source == kBackup ? c.backup : c.normal;
+    image.resize(image.find_last_not_of('\xff') + 1);
+
+    const Result flash = ktctl("flash");
+    const bool equal = c.normal == c.backup && c.source != kNothing;
+    EXPECT_EQ(flash.code, equal ? 0 : 1);
+    const std::string end = "a boot takes the " + c.choice + "\nthe copies " + (equal ? "are equal\n" : "differ\n");
+    EXPECT_EQ(flash.out.substr(flash.out.find("a boot takes")), end);
+    EXPECT_TRUE(partition(0) == before[0] && partition(1) == before[1]) << "flash has written";
+
+    expect_run("restore", 0, "normal copy: " + c.verdict[0] + "\nbackup copy: " + c.verdict[1] + "\n", "");
+    EXPECT_EQ(read_file(kSettings), c.settings);
+    for (int copy = 0; copy < 2; ++copy) {
+      if (c.source == kNothing || c.source == copy) {
+        EXPECT_TRUE(partition(copy) == before[copy]) << "written to: copy " << copy;
+      } else {
+        EXPECT_EQ(partition(copy).compare(0, image.size(), image), 0) << "not repaired: " << copy;
+      }
+    }
+  }
+}
+
+TEST_F(Ktctl, restore_tells_what_it_could_not_do) {
+  const std::string a = image_of(kA);
+  const std::string too_small(a.find_last_not_of('\xff'), '#');
+  write_file(kPartitions[0], a);
+  write_file(kPartitions[1], too_small);
+  expect_run("restore", 4, "normal copy: intact\nbackup copy: broken; could not be repaired from the normal copy\n",
+             "/dev/mtd4: the settings are restored, but the backup copy could not be repaired");
+  EXPECT_EQ(read_file(kSettings), kContent) << "settings that were there are kept";
+  EXPECT_EQ(partition(1), too_small) << "touched all the same";
+
+  refill();
+  unlink(kSettings);
+  unlink(kDefaults);
+  EXPECT_EQ(ktctl("restore").code, 4);
+}
+
+TEST_F(Ktctl, flash_prints_every_field) {
+  const std::string kDevice = "\n  device      plain file, 262144 bytes\n";
+  const std::string kHead = "  id          0xCCAA, right\n  length      3 bytes\n";
+  const std::string kMd5 = "  MD5         900150983cd24fb0d6963f7d28e17f72, ";
+  const std::string kEnd = "a boot takes the factory defaults\nthe copies differ\n";
+  write_file(kPartitions[0], copy_of("abc"));
+  write_file(kPartitions[1], flipped(copy_of("abc"), 26));
+  expect_run("flash", 1,
+             "normal copy, /dev/mtd3" + kDevice + kHead + kMd5 + "right\n  state       intact\n" +
+                 "backup copy, /dev/mtd4" + kDevice + kHead + kMd5 + "wrong\n  state       broken\n" + kEnd,
+             "");
+  write_file(kPartitions[0], "short");
+  write_file(kPartitions[1], kErased);
+  expect_run("flash", 1,
+             "normal copy, /dev/mtd3\n  device      plain file, 5 bytes\n  state       cannot be "
+             "read\nbackup copy, /dev/mtd4" +
+                 kDevice + "  id          0xFFFF, wrong\n" + "  length      4294967295 bytes, wrong\n  MD5         " +
+                 std::string(32, 'f') + ", not checked\n  state       broken\n" + kEnd,
+             "");
+}
+
+// In this process: the chips are played here only.
+TEST_F(Ktctl, flash_shows_geometry_and_bad_blocks_of_a_chip) {
+  nand::insert(kPartitions[0], nand::Kind::nand, {8, 16384, 2048, 64});
+  for (const unsigned block : {1u, 7u}) { nand::set_fault(kPartitions[0], block, nand::Fault::marked_bad); }
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(kt::tools::show_flash({}), 1);
+  const std::string out = testing::internal::GetCapturedStdout();
+  const std::string kStart =
+      "normal copy, /dev/mtd3\n  device      MTD, 131072 bytes, erase block 16384, page 2048, "
+      "spare 64\n  bad blocks  0x00004000 0x0001c000\n";
+  EXPECT_EQ(out.substr(0, kStart.size()), kStart);
+  nand::take_out();
+}
+
+TEST_F(Ktctl, traces_are_listed_and_printed) {
+  ASSERT_EQ(system("rm -rf /tmp/debug/event && mkdir -p /tmp/debug/event"), 0);
+  expect_run("trace event", 1, "", "/tmp/debug/event/0-0.log: nothing was traced");
+  expect_run("trace even", 1, "", "even: there is no such trace module");
+  expect_run("trace 17", 1, "", "17: there is no such trace module");
+  expect_run("trace event 2", 2, "", "2: SUB is 0 or 1");
+  for (int i = 0; i < 3; ++i) KT_DEBUGn_in(8, 4, 1, "%09000d\n", i);  // each fills a file
+  const std::string content = read_file("/tmp/debug/event/1-2.log");
+  EXPECT_EQ(content.substr(0, 10), "[8][event]");
+  EXPECT_EQ(ktctl("trace event 1").out, content);
+  EXPECT_EQ(ktctl("trace 4 1").out, content);
+  const std::string list = ktctl("trace").out;
+  EXPECT_EQ(list.find("ID  MODULE         SUB  LEVEL  FILE   SIZE\n 0  system           0"), 0u);
+  const std::string kEvent = "\n 4  event            0      8     -      -\n 4  event            1      8     2   " +
+                             std::to_string(content.size()) + "\n";
+  EXPECT_NE(list.find(kEvent), std::string::npos) << list;
+  EXPECT_EQ(std::count(list.begin(), list.end(), '\n'), 22);
+}
+
+TEST_F(Ktctl, digests_are_printed_as_md5sum_does) {
+  write_file("/tmp/digits", "123456789");
+  write_file("/tmp/longest", std::string(65535, 'x'));
+  write_file("/tmp/long", std::string(65536, 'x'));
+  const std::string kDigits = "374b  /tmp/digits\n";
+  ASSERT_EQ(system("md5sum /tmp/digits - /tmp/long </tmp/digits >/tmp/md5; sha256sum /tmp/long "
+                   "/tmp/digits >/tmp/sha"),
+            0);
+  EXPECT_EQ(ktctl("hash /tmp/digits - /tmp/long", "</tmp/digits").out, read_file("/tmp/md5"));
+  EXPECT_EQ(ktctl("hash --sha256 /tmp/long /tmp/digits").out, read_file("/tmp/sha"));
+  EXPECT_EQ(ktctl("hash --crc16 /tmp/longest").code, 0);
+  expect_run("hash --crc16 /tmp/long /tmp/digits", 3, kDigits, "/tmp/long: too long for this digest");
+  expect_run("hash --crc16 /tmp/none /tmp /tmp/digits", 4, kDigits,
+             "/tmp/none: not found\nktctl: /tmp: Is a directory");
+}
+
+}  // namespace

@@ -1,0 +1,190 @@
+#include "tools/flash_copies.h"
+
+#include <fcntl.h>
+#include <ktcomm/config.h>
+#include <ktcomm/flash.h>
+#include <ktcomm/util_hash.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "base/file_lock.h"
+#include "base/io.h"
+#include "base/shell.h"
+#include "base/unique_file.h"
+#include "base/unique_malloc.h"
+#include "flash/flash_device.h"
+
+namespace kt::tools {
+namespace {
+
+constexpr unsigned kPieceSize = 65536;
+
+using Piece = unique_malloc<unsigned char[]>;
+
+[[nodiscard]] bool fits(unsigned length, long long partition_size) {
+  return partition_size >= kArchiveOffset && length <= partition_size - kArchiveOffset;
+}
+
+// How much of `left` bytes to move next. Never 2 at the end of a longer
+// archive: a flash_read of two bytes cannot be told from a failed one.
+[[nodiscard]] unsigned next_piece(unsigned left) {
+  if (left <= kPieceSize) return left;
+  return left == kPieceSize + 2 ? kPieceSize - 1 : kPieceSize;
+}
+
+// Hands the archive of a copy to `take(data, size)` in pieces; false when that
+// or the device fails.
+template <typename F>
+[[nodiscard]] bool read_archive(int copy, unsigned length, F take) {
+  FlashDevice partition(kPartitions[copy], O_RDONLY);
+  const Piece piece = allocate<unsigned char>(kPieceSize);
+  if (!partition.ok() || piece == nullptr || !partition.seek(kArchiveOffset)) return false;
+  for (unsigned left = length; left != 0;) {
+    const unsigned size = next_piece(left);
+    if (!partition.read(piece.get(), size) || !take(piece.get(), size)) return false;
+    left -= size;
+  }
+  return true;
+}
+
+[[nodiscard]] bool archive_matches(int copy, const CopyHeader& header) {
+  md5_ctx md5;
+  MD5Initial(&md5);
+  const auto add = [&md5](const unsigned char* data, unsigned size) {
+    MD5Process(&md5, data, size);
+    return true;
+  };
+  if (!read_archive(copy, header.length, add)) return false;
+  MD5Finsh(&md5);
+  return memcmp(md5.digest, header.md5, sizeof header.md5) == 0;
+}
+
+// An empty file under a name of its own, deleted when the object dies.
+class Scratch {
+ public:
+  Scratch() : fd_(::mkostemp(path_, O_CLOEXEC)) {}
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  ~Scratch() {
+    if (ok()) (void)::unlink(path_);
+  }
+
+  [[nodiscard]] bool ok() const { return fd_.ok(); }
+  [[nodiscard]] int fd() const { return fd_.get(); }
+  [[nodiscard]] const char* path() const { return path_; }
+
+ private:
+  char path_[20] = "/tmp/ktctlXXXXXX";
+  unique_fd fd_;
+};
+
+// Unpacks the settings file of a copy, and nothing else of it, as a boot would;
+// true when a boot would accept it.
+[[nodiscard]] bool unpack_settings(int copy, unsigned length, const Scratch& settings) {
+  const Scratch archive;
+  if (!archive.ok() || !settings.ok()) return false;
+  const auto keep = [&archive](const unsigned char* data, unsigned size) {
+    return write_fully(archive.fd(), data, size);
+  };
+  return read_archive(copy, length, keep) &&
+         run_shell("/bin/tar zxOf %s env/system.conf >%s 2>/dev/null", archive.path(),
+                   settings.path()) &&
+         calc_conf_line_num_and_check_ascii(settings.path()) >= 0;
+}
+
+[[nodiscard]] bool is_other_version(const char* settings_path) {
+  constexpr int kLimit = 32;
+  const unique_file defaults = open_file(paths::kDefaultSettings, "re");
+  const unique_file settings = open_file(settings_path, "re");
+  if (!defaults.ok() || !settings.ok()) return false;
+  char wanted[kLimit + 1] = "";
+  char stored[kLimit + 1] = "";
+  // A version missing here is looked up there, and then is the same.
+  (void)PRO_GetStr("SYSTEM", "cfg_ver", wanted, kLimit, defaults.get());
+  (void)PRO_GetStr("SYSTEM", "cfg_ver", stored, kLimit, settings.get());
+  return strcmp(wanted, stored) != 0;
+}
+
+[[nodiscard]] bool copy_archive(int source, int target, unsigned length) {
+  FlashDevice partition(kPartitions[target]);
+  // Asked before the first write: what does not fit must not cost the target.
+  if (!partition.ok() || !fits(length, partition.size()) || !partition.seek(kArchiveOffset)) {
+    return false;
+  }
+  const auto write = [&partition](const unsigned char* data, unsigned size) {
+    return partition.write(data, size);
+  };
+  return read_archive(source, length, write) && partition.close();
+}
+
+[[nodiscard]] bool write_header(int target, const CopyHeader& header) {
+  FlashDevice partition(kPartitions[target]);
+  return partition.ok() && partition.seek(0) && partition.write(&header, sizeof header) &&
+         partition.close();
+}
+
+[[nodiscard]] bool replace_copy(int source, const CopyState& good, int target) {
+  return copy_archive(source, target, good.header.length) && archive_matches(target, good.header) &&
+         write_header(target, good.header) && are_equal(inspect_copy(target), good);
+}
+
+}  // namespace
+
+CopyState inspect_copy(int copy) {
+  CopyState state;
+  long long size = 0;
+  {
+    FlashDevice partition(kPartitions[copy], O_RDONLY);
+    CopyHeader header;
+    if (!partition.ok() || !partition.seek(0) || !partition.read(&header, sizeof header)) {
+      return state;
+    }
+    state.reachable = true;
+    state.header = header;
+    size = partition.size();
+  }
+  state.length_right = state.header.length != 0 && fits(state.header.length, size);
+  state.md5_right = state.length_right && archive_matches(copy, state.header);
+  state.intact = state.header.id == kCopyId && state.md5_right;
+  return state;
+}
+
+bool are_equal(const CopyState& one, const CopyState& other) {
+  return one.intact && other.intact && one.header.length == other.header.length &&
+         memcmp(one.header.md5, other.header.md5, sizeof one.header.md5) == 0;
+}
+
+BootChoice choose_as_boot(const CopyState (&copies)[2]) {
+  for (int copy = kNormalIndex; copy <= kBackupIndex; ++copy) {
+    const Scratch settings;
+    if (copies[copy].intact && unpack_settings(copy, copies[copy].header.length, settings)) {
+      return {copy, is_other_version(settings.path())};
+    }
+  }
+  return {};
+}
+
+Repair repair_copies() {
+  Repair repair;
+  FlockFile lock;
+  if (!lock.open(paths::kSettingsLock, 0666) || !lock.lock_over_signals()) return repair;
+  repair.found[kNormalIndex] = inspect_copy(kNormalIndex);
+  repair.found[kBackupIndex] = inspect_copy(kBackupIndex);
+  if (are_equal(repair.found[kNormalIndex], repair.found[kBackupIndex])) {
+    repair.result = RepairResult::kNotNeeded;
+    return repair;
+  }
+  repair.source = choose_as_boot(repair.found).copy;
+  if (repair.source == kNeither) {
+    repair.result = RepairResult::kNoSource;
+    return repair;
+  }
+  const int target = repair.source == kNormalIndex ? kBackupIndex : kNormalIndex;
+  const bool replaced = replace_copy(repair.source, repair.found[repair.source], target);
+  repair.result = replaced ? RepairResult::kRepaired : RepairResult::kNotRepaired;
+  return repair;
+}
+
+}  // namespace kt::tools

@@ -1,0 +1,43 @@
+// ktctl.h - what the commands of ktctl share.
+#ifndef KTCOMM_TOOLS_KTCTL_H
+#define KTCOMM_TOOLS_KTCTL_H
+
+namespace kt::tools {
+
+// 5 is kept free for a lock that is not had in time.
+enum ExitCode : int { kDone = 0, kNotFound = 1, kUsage = 2, kRefused = 3, kSystemError = 4 };
+
+enum class Digest { kMd5, kSha256, kCrc16 };
+
+// The command line behind the command's name. There are as many arguments as
+// the command's table row allows.
+struct Request {
+  const char* file = nullptr;  // --file, or the camera's settings
+  Digest digest = Digest::kMd5;
+  int count = 0;
+  char** arguments = nullptr;
+};
+
+// Prints "ktctl: " and the message to standard error and returns `code`.
+[[gnu::format(printf, 2, 3)]] int fail(ExitCode code, const char* format, ...);
+
+// The same for a file that cannot be used, with the reason that errno gives:
+// kNotFound where there is no such file, else kSystemError.
+int fail_errno(const char* path);
+
+// Each of these runs one command and returns its exit code.
+int get_value(const Request& request);
+int set_value(const Request& request);
+int unset_section(const Request& request);
+int rename_section(const Request& request);
+int show_settings(const Request& request);
+int save_settings(const Request& request);
+int restore_settings(const Request& request);
+int reset_settings(const Request& request);
+int show_flash(const Request& request);
+int show_trace(const Request& request);
+int hash_files(const Request& request);
+
+}  // namespace kt::tools
+
+#endif

@@ -1,0 +1,47 @@
+// settings_lock.h - the lock that all writers of settings hold, and the time in
+// which a write must not be interrupted.
+#ifndef KTCOMM_TOOLS_SETTINGS_LOCK_H
+#define KTCOMM_TOOLS_SETTINGS_LOCK_H
+
+#include <signal.h>
+
+#include "base/file_lock.h"
+
+namespace kt::tools {
+
+class SettingsLock {
+ public:
+  // Waits for the lock; false after it has said why not.
+  [[nodiscard]] bool wait();
+
+  // For readers, so that they do not see a file that is just being replaced.
+  // Tries for 0.1 second and goes on without: whoever holds the lock for longer
+  // is saving, not writing to the file.
+  void try_for_a_moment();
+
+ private:
+  FlockFile lock_;
+};
+
+// Waits until nobody holds the lock; false after it has said why not. Done before
+// signals are kept waiting, it lets a person give up on a lock that stays held.
+[[nodiscard]] bool wait_until_unlocked();
+
+// While it lives, signals wait, in this process and in the shell commands that it
+// runs: one from the terminal would end a copy command half way, or stop a
+// writer that holds the lock. From then on a reader of our output that has gone
+// is an error of that output and no signal.
+class Uninterrupted {
+ public:
+  Uninterrupted();
+  Uninterrupted(const Uninterrupted&) = delete;
+  Uninterrupted& operator=(const Uninterrupted&) = delete;
+  ~Uninterrupted();
+
+ private:
+  sigset_t before_;
+};
+
+}  // namespace kt::tools
+
+#endif
