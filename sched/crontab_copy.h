@@ -1,0 +1,83 @@
+// crontab_copy.h - the crontab in the making, written beside it first.
+#ifndef KTCOMM_SCHED_CRONTAB_COPY_H
+#define KTCOMM_SCHED_CRONTAB_COPY_H
+
+#include <stddef.h>
+#include <stdio.h>
+#include <sys/types.h>
+
+#include <string_view>
+
+#include "base/line_reader.h"
+#include "base/string_buffer.h"
+#include "base/unique_file.h"
+
+namespace kt {
+
+constexpr mode_t kCrontabMode = 0644;  // cron daemons refuse one that others may write
+
+// A line of the crontab, or a piece of 255 characters of a longer one.
+struct CrontabPiece {
+  char text[256];
+  size_t length = 0;
+
+  [[nodiscard]] bool read(FILE* stream) {
+    length = read_line(stream, text, sizeof text);
+    return length != 0;
+  }
+  [[nodiscard]] std::string_view view() const { return {text, length}; }
+  [[nodiscard]] bool ends_line() const { return text[length - 1] == '\n'; }
+  // The very last line of a file may lack its line feed.
+  [[nodiscard]] bool reaches_line_end() const { return ends_line() || length < sizeof text - 1; }
+};
+
+class CrontabCopy {
+ public:
+  CrontabCopy();
+  CrontabCopy(const CrontabCopy&) = delete;
+  CrontabCopy& operator=(const CrontabCopy&) = delete;
+  // Deletes the file, unless the crontab was harmed: then it is all there is.
+  ~CrontabCopy();
+
+  // Empties the file, creating it where missing.
+  [[nodiscard]] bool create();
+
+  // Takes over the lines of `source` but for those whose first piece
+  // `is_unwanted`; false when not all of `source` could be read.
+  template <typename F>
+  [[nodiscard]] bool take_lines(FILE* source, F is_unwanted) {
+    CrontabPiece piece;
+    bool at_line_start = true;
+    bool wanted = false;
+    while (piece.read(source)) {
+      if (at_line_start) wanted = !is_unwanted(piece);
+      if (wanted) write(piece.view());
+      at_line_start = piece.ends_line();
+    }
+    unfinished_ = wanted && !at_line_start;
+    return ferror(source) == 0;
+  }
+
+  void add_line(std::string_view line) {
+    if (unfinished_) write("\n");
+    write(line);
+  }
+
+  // Ends the writing and puts the content into the crontab; false when anything
+  // of it was lost on the way.
+  [[nodiscard]] bool put_in_place();
+
+ private:
+  // put_in_place notices what is lost here.
+  void write(std::string_view text) { (void)fwrite(text.data(), 1, text.size(), stream_.get()); }
+
+  StringBuffer<17> path_;
+  unique_file stream_;
+  bool created_ = false;
+  bool unfinished_ = false;  // the last line taken over lacks its line feed
+  bool crontab_harmed_ = false;
+};
+
+}  // namespace kt
+
+#endif

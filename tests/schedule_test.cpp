@@ -1,0 +1,243 @@
+// Weekly schedules: items, the stored schedules, compiled slot sets.
+#include <ktcomm/sched.h>
+#include <string.h>
+#include <time.h>
+
+#include <random>
+#include <sstream>
+
+#include "tests/support.h"
+
+using namespace kt::test;
+
+namespace {
+
+using std::string;
+
+constexpr int kDay = 24 * 60;
+constexpr int kWeek = 7 * kDay;
+constexpr time_t kSunday = 1795305600 - (5 * 60 + 45) * 60;  // 2026-11-22 00:00 at XYZ-5:45
+
+time_t g_now;
+
+// Moves the clock to a minute of the week, in local time.
+void set_clock(int minute) { g_now = kSunday + minute * 60 + 59; }
+
+}  // namespace
+
+extern "C" time_t time(time_t* out) noexcept {
+  if (out != nullptr) *out = g_now;
+  return g_now;
+}
+
+namespace {
+
+class Schedule : public testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("TZ", "XYZ-5:45", 1);
+    ASSERT_EQ(system("mkdir -p /mnt/ramdisk/env"), 0);
+    write_file(kDefaults, "");
+    descriptors_ = open_descriptors();
+  }
+  void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_); }
+
+ private:
+  size_t descriptors_ = 0;
+};
+
+TEST(Item, check) {
+  const struct {
+    int result;
+    string items;  // between '|'
+  } kLists[] = {{0,
+                 "9,00:00,24:00|1,23:59,24:00|1,08:59,09:00|1,09:00,09:01| 1x, 9:+5,10:0y|1,09,10:00,11:00|"
+                 "1,9:00,0000000000010:00:|1,10:0,000000000000010:05"},
+                {1,
+                 " |0,08:00,09:00|10,08:00,09:00|-1,08:00,09:00|1,08:00,24:30|1,24:00,24:00|1,08:60,09:00|"
+                 "1,08:59,25:00|1,08:59,09:60|1,-1:00,09:00|1,08:-1,09:00|1,08:00,-1:00|1,08:00,09:-1|"
+                 "1,09:00,08:59|1,09:00,09:00|1,09:00|1,09:00,10|1;09:00,10:00|,,::|4294967297,9:00,10:00|"
+                 "1,99999999999:00,10:00|1,10:0,00000000000000010:5"}};
+  for (const auto& list : kLists) {
+    std::istringstream items(list.items);
+    for (string item; std::getline(items, item, '|');) {
+      EXPECT_EQ(check_sche_item(item.c_str(), 1), list.result) << item;
+    }
+  }
+  EXPECT_EQ(check_sche_item("", 0), 1);
+  EXPECT_EQ(check_sche_item("", ~0U), 0);
+  EXPECT_EQ(check_sche_item(nullptr, 1), 1);
+  const std::unique_ptr<char[]> full(new char[25]);  // as in a record: no NUL
+  memcpy(full.get(), "1,10:0,000000000000010:05", 25);
+  EXPECT_EQ(check_sche_item(full.get(), 0), 0);
+}
+
+// What the stored schedule of either type says about a minute of the week. '@'
+// in `settings` stands for the type.
+int stored(int type, int minute, string settings) {
+  for (size_t at; (at = settings.find('@')) != string::npos;) {
+    settings.replace(at, 1, type == 0 ? "event" : "video");
+  }
+  write_file(kSettings, (type == 0 ? "[EVENT]\n" : "[VIDEO]\n") + settings);
+  set_clock(minute);
+  return schedule_chk(type);
+}
+
+TEST_F(Schedule, stored_rules) {
+  const struct {
+    const char* what;
+    string settings;
+    int result;  // on Monday at 09:00
+  } kCases[] = {{"off", "@_schedule=0\n@_define1=1,00:00,00:01\n", 1},
+                {"on, no items", "@_schedule=1\n", 1},
+                {"nothing at all", "", 1},
+                {"empty items only", "@_define1=\n@_define5=\n", 1},
+                {"mode missing is on", "@_define1=1,00:00,00:01\n", 0},
+                {"other modes are on", "@_schedule=-7\n@_define1=1,00:00,00:01\n", 0},
+                {"any item, gaps or not", "@_define2=1,0:0,1:0\n@_define10=2,09:00,17:00\n", 1},
+                {"there are ten", "@_define1=1,00:00,01:00\n@_define11=2,09:00,17:00\n", 0},
+                {"code 0", "@_define1=0,00:00,24:00\n", 0},
+                {"garbage is an item outside", "@_define1=abc\n", 0},
+                {"cut behind the end hour", "@_define1=9,01:00,17\n", 1},
+                {"cut before the end", "@_define1=9,01:00\n", 0},
+                {"the day has one digit", "@_define1=20,00:00,24:00\n", 0},
+                {"a negative start is early", "@_define1=9,-1:00,10:00\n", 1},
+                {"any length", "@_define1=9,00:00,24:00" + string(400, '0') + "\n", 1}};
+  for (const auto& c : kCases) {
+    for (const int type : {0, 1}) { EXPECT_EQ(stored(type, kDay + 540, c.settings), c.result) << c.what << type; }
+  }
+  for (const int type : {-1, 2}) EXPECT_EQ(schedule_chk(type), -1);
+  chmod(kSettings, 0400);
+  EXPECT_EQ(schedule_chk(0), -1) << "must be open to writing";
+  unlink(kSettings);
+  EXPECT_EQ(schedule_chk(0), -1);
+}
+
+// A set between guard words, compiled from `items` over remains of another.
+struct Compiled {
+  unsigned guard = 0xA5A5A5A5;
+  SchSlotSet set;
+  unsigned guard_behind = 0xA5A5A5A5;
+  string left;  // of the text, '|' for NUL
+
+  explicit Compiled(const string& items, unsigned enable = 1) : left(items) {
+    memset(&set, 0xEE, sizeof set);
+    EXPECT_EQ(set_sch_fmt(&set, enable, left.data()), 0);
+    EXPECT_EQ(set.enable, enable);
+    EXPECT_EQ(set.last_minute + set.last_result, 0u) << items;
+    EXPECT_TRUE(guard == 0xA5A5A5A5 && guard_behind == 0xA5A5A5A5) << items;
+    std::replace(left.begin(), left.end(), '\0', '|');
+  }
+  string slots() const {
+    std::ostringstream text;
+    for (const SchSlot& s : set.slots) text << s.day_mask << ':' << s.start << '-' << s.end << ' ';
+    string used = text.str();
+    while (used.ends_with(" 0:0-0 ") || used == "0:0-0 ") used.resize(used.size() - 6);
+    return used;
+  }
+  int at(int minute) {
+    set_clock(minute);
+    return chk_sch_from_mm(&set);
+  }
+};
+
+TEST_F(Schedule, compiling) {
+  string eleven, left, ten_slots;
+  for (int i = 0; i < 10; ++i) eleven += "2,0:1,0:2;", left += "2,0:1,0:2|", ten_slots += "2:1-2 ";
+  const struct {
+    string items, slots, left;
+  } kCases[] = {{"", "", ""},
+                {"no digit;", "", "no digit;"},
+                {"1,00:00,24:00", "1:0-1440 ", "1,00:00,24:00"},
+                {"x; 7,09:05,17:10;8,1:2,3:4;9,0:1,0:2;", "64:545-1030 62:62-184 127:1-2 ",
+                 "x; 7,09:05,17:10|8,1:2,3:4|9,0:1,0:2|"},
+                {"1,0:0,0:1;;2,0:0,0:1", "1:0-1 ", "1,0:0,0:1||2,0:0,0:1"},
+                {"1,0:0,0:1;0,0:0,0:1;2,0:0,0:1;", "1:0-1 ", "1,0:0,0:1|0,0:0,0:1|2,0:0,0:1;"},
+                {"3;4,01;6,1:2,3;20,1:0,2:0", "4:0-0 8:60-0 32:62-180 2:0-0 ", "3|4,01|6,1:2,3|20,1:0,2:0"},
+                {eleven + "2,0:1,0:2;", ten_slots, left + "2,0:1,0:2;"}};
+  for (const auto& c : kCases) {
+    const Compiled compiled(c.items);
+    EXPECT_EQ(compiled.slots(), c.slots) << c.items;
+    EXPECT_EQ(compiled.left, c.left);
+  }
+  EXPECT_EQ(Compiled("1,00:00,00:01", 0).at(600), 1) << "off is active";
+  EXPECT_EQ(Compiled("").at(600), 1) << "without slots it is active";
+
+  SchSlotSet set;
+  memset(&set, 0xEE, sizeof set);
+  EXPECT_EQ(set_sch_fmt(nullptr, 1, left.data()), 1);
+  EXPECT_EQ(set_sch_fmt(&set, 1, nullptr), 1);
+  EXPECT_EQ(set.enable, 0xEEEEEEEE) << "nothing stored";
+  EXPECT_EQ(chk_sch_from_mm(nullptr), 0);
+}
+
+TEST_F(Schedule, an_answer_stands_for_its_minute_of_the_day) {
+  Compiled c("2,00:00,10:00");
+  EXPECT_EQ(c.at(kDay), 0) << "a set just filled knows 00:00 as not active";
+  EXPECT_EQ(c.at(kDay + 1), 1);
+  EXPECT_EQ(c.at(kDay), 1) << "asked for another minute in between";
+  EXPECT_EQ(c.at(2 * kDay), 1) << "the same minute of the next day";
+  c.set.slots[0].end = 0;
+  EXPECT_EQ(c.at(kDay), 1) << "the slots are not looked at";
+  EXPECT_EQ(c.at(kDay + 1), 0);
+}
+
+TEST_F(Schedule, code_8_is_workdays_when_compiled_and_every_day_when_stored) {
+  const int saturday = 6 * kDay + 540;
+  EXPECT_EQ(Compiled("8,09:00,17:00").at(saturday), 0);
+  EXPECT_EQ(stored(0, saturday, "@_define1=8,09:00,17:00\n"), 1);
+}
+
+// One item in a plain model: minutes of the week where it makes a schedule active.
+void mark(bool (&week)[kWeek], int code, int start, int end, bool eight_is_every_day) {
+  for (int day = 0; day < 7; ++day) {
+    const bool marked = code == 9 || code == day + 1 || (code == 8 && (eight_is_every_day || (day != 0 && day != 6)));
+    for (int minute = start; marked && minute < end; ++minute) week[day * kDay + minute] = true;
+  }
+}
+
+TEST_F(Schedule, every_minute_of_the_week_is_as_in_a_plain_model) {
+  std::mt19937 random(5);
+  for (int round = 0; round < 60; ++round) {
+    const int count = round % 11;
+    bool compiled_week[kWeek] = {}, stored_week[kWeek] = {};
+    if (count == 0) mark(compiled_week, 9, 0, kDay, true), mark(stored_week, 9, 0, kDay, true);
+    string list, settings;
+    std::vector<int> edges;  // minutes of the day around the ends of the slots
+    for (int i = 1; i <= count; ++i) {
+      const int code = 1 + static_cast<int>(random() % 9);
+      const int start = i % 4 == 0 ? 0 : static_cast<int>(random() % kDay);
+      const int end = i % 5 == 0 ? kDay : start + 1 + static_cast<int>(random() % 9999) % (kDay - start);
+      char item[26];
+      snprintf(item, sizeof item, "%d,%02d:%02d,%02d:%02d", code, start / 60, start % 60, end / 60, end % 60);
+      EXPECT_EQ(check_sche_item(item, 0), 0) << item;
+      list += item + string(i < count ? ";" : "");
+      settings += "@_define" + std::to_string(i) + "=" + item + "\n";
+      mark(compiled_week, code, start, end, false);
+      mark(stored_week, code, start, end, true);
+      edges.insert(edges.end(), {start + kDay - 1, start, end - 1, end});
+    }
+    Compiled compiled(list);
+    for (int minute = 1; minute <= kWeek; ++minute) {  // 00:00 must not be asked for first
+      ASSERT_EQ(compiled.at(minute % kWeek), compiled_week[minute % kWeek]) << list << minute;
+    }
+    for (size_t i = 0; i < 7 * edges.size(); ++i) {
+      const int minute = static_cast<int>(i % 7) * kDay + edges[i / 7] % kDay;
+      ASSERT_EQ(stored(round % 2, minute, settings), stored_week[minute]) << settings << minute;
+    }
+  }
+}
+
+TEST_F(Schedule, garbage_neither_overruns_nor_hangs) {
+  std::mt19937 random(9);
+  for (int round = 0; round < 20000; ++round) {
+    string text(random() % 80, '\0');
+    for (char& c : text) c = "0123456789,:;- +x%\xff"[random() % 19];
+    EXPECT_EQ(check_sche_item(text.c_str(), 0) & ~1, 0);
+    EXPECT_EQ(Compiled(text).at(600) & ~1, 0);
+    if (round % 50 != 0) continue;
+    EXPECT_EQ(stored(0, 600, "@_define1=" + text + "\n") & ~1, 0);
+  }
+}
+
+}  // namespace
