@@ -19,6 +19,7 @@ bool set_record_lock(int fd, int command, short type) {
 }  // namespace
 
 bool FlockFile::open(const char* path, mode_t mode) {
+  release();
   fd_ = open_fd(path, O_RDWR | O_CREAT, mode);
   return fd_.ok();
 }

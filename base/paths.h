@@ -12,6 +12,7 @@ inline constexpr char kSettingsLineCount[] = "/mnt/ramdisk/env/sys_conf_line.txt
 inline constexpr char kSettingsChanged[] = "/mnt/ramdisk/env/system.chg";
 inline constexpr char kDefaultSettings[] = "/etc/def_sys.conf";
 inline constexpr char kSettingsLock[] = "/tmp/cgi_locker.lock";
+inline constexpr unsigned kSettingsLockMode = 0666;  // for every account, as far as umask allows
 
 // Message catalogues
 inline constexpr char kMessages[] = "/share/message.txt";

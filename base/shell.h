@@ -10,7 +10,7 @@ constexpr unsigned kCommandLength = 2047;
 // Formats a command line and runs it with system(3). True when it ended with
 // status 0, or when its status was lost to the caller's own SIGCHLD handling
 // (ECHILD). A line too long to be formatted whole is not run at all.
-[[gnu::format(printf, 1, 2)]] bool run_shell(const char* format, ...);
+[[nodiscard, gnu::format(printf, 1, 2)]] bool run_shell(const char* format, ...);
 
 }  // namespace kt
 

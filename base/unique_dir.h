@@ -19,6 +19,8 @@ class unique_dir {
     errno = saved;
   }
 
+  [[nodiscard]] bool ok() const { return directory_ != nullptr; }
+
   // The next name, valid until the next call; null at the end, and when there is
   // no such directory.
   [[nodiscard]] const char* next() {

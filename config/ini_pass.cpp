@@ -2,7 +2,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "base/paths.h"
 #include "base/shell.h"
 #include "base/temp_file.h"
 #include "config/ini_line.h"
@@ -86,6 +85,12 @@ bool end_pass(const char* path, int file_mode, int how) {
   return false;
 }
 
+// True when nothing is left to read.
+[[nodiscard]] bool is_at_end(FILE* stream) {
+  const int next = fgetc(stream);
+  return next == EOF || ungetc(next, stream) == EOF;
+}
+
 // Copies up to the header of `header`; 0 found, 1 not found, -1 error.
 int copy_to_header(const SectionHeader& header, bool append) {
   IniLine line;
@@ -93,6 +98,8 @@ int copy_to_header(const SectionHeader& header, bool append) {
   while (line.read(ifp)) {
     const bool found = header.matches(line, LetterCase::kExact);
     if ((!found || append) && !write_text(line.view())) return -1;
+    // A header that ends the file without a line feed gets one, like any last line.
+    if (found && append && !line.is_complete() && is_at_end(ifp) && !write_text("\n")) return -1;
     if (found) return 0;
     complete = line.is_complete();
   }
@@ -138,6 +145,8 @@ int PRO_RenSect(const char* section, const char* new_section, const char* path) 
   if (new_section == nullptr) return -1;
   const SectionHeader header({new_section, strcspn(new_section, "\n")});
   if (!header.valid() || PRO_uopen(path) == nullptr) return -1;
-  const bool written = PRO_u2sect(section, 0) == 0 && write_text(header.text()) && write_text("\n");
+  const bool found = PRO_u2sect(section, 0) == 0;
+  if (found) cut_at_line_feed(new_section);
+  const bool written = found && write_text(header.text()) && write_text("\n");
   return end_pass(path, -1, written ? kCopyRest : kGiveUp) ? 0 : -1;
 }

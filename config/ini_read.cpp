@@ -9,7 +9,7 @@
 namespace kt {
 namespace {
 
-constexpr int kNumberLimit = 63;  // with the byte that a value of the limit takes more: 65
+constexpr int kNumberLimit = 63;  // and the byte more that a value of exactly the limit takes
 
 int find_section(const char* section, FILE* stream, LetterCase letter_case) {
   constexpr int kFound = 0;
@@ -56,7 +56,7 @@ bool look_up(const char* section, const char* key, char* out, int size, FILE* st
 
 // The text of a number, or null when it is not found.
 const char* get_number(const char* section, const char* key, const void* out, FILE* stream,
-                       char (&text)[kNumberLimit + 2]) {
+                       char (&text)[kNumberLimit + 1]) {
   if (out == nullptr || PRO_GetStr(section, key, text, kNumberLimit, stream) != 0) return nullptr;
   return text;
 }
@@ -75,21 +75,21 @@ int PRO_GetStr(const char* section, const char* key, char* out, int size, FILE* 
 }
 
 int PRO_GetInt(const char* section, const char* key, int* out, FILE* stream) {
-  char text[kNumberLimit + 2];
+  char text[kNumberLimit + 1];
   if (get_number(section, key, out, stream, text) == nullptr) return -1;
   *out = atoi(text);
   return 0;
 }
 
 int PRO_GetLong(const char* section, const char* key, long* out, FILE* stream) {
-  char text[kNumberLimit + 2];
+  char text[kNumberLimit + 1];
   if (get_number(section, key, out, stream, text) == nullptr) return -1;
   *out = atol(text);
   return 0;
 }
 
 int PRO_GetChar(const char* section, const char* key, char* out, FILE* stream) {
-  char text[kNumberLimit + 2];
+  char text[kNumberLimit + 1];
   if (get_number(section, key, out, stream, text) == nullptr) return -1;
   *out = text[0];
   return 0;

@@ -55,7 +55,7 @@ class KeyEditor {
   FILE* const in_;
   FILE* const out_;
   IniLine line_;
-  bool at_line_start_ = true;  // of the input, behind the line read last but one
+  bool at_line_start_ = true;  // what was read before the current line ended in a line feed
   bool complete_ = true;       // the line read last ended in a line feed
 };
 
@@ -231,7 +231,8 @@ int PRO_SetStr_In(const char* section, const char* key, const char* value, const
                                     : LineForm::kPrefix;
   if (key == nullptr || (value == nullptr && form != LineForm::kBare)) return -1;
   FlockFile lock;
-  if (!lock.open(paths::kSettingsLock, 0666) || !lock.lock_over_signals()) return -1;
+  if (!lock.open(paths::kSettingsLock, paths::kSettingsLockMode) || !lock.lock_over_signals())
+    return -1;
   return write_key({section, key, value, form, LetterCase::kExact}, path);
 }
 

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <optional>
 
 #include "base/io.h"
 #include "base/unique_malloc.h"
@@ -133,13 +132,13 @@ int get_area_table(int fd, flash_area_table* table) {
 }
 
 int get_specified_area_idx(int area_id, const flash_area_table* table) {
-  if (table == nullptr || table->count == 0) return kFailed;
+  if (table == nullptr || table->entries == nullptr || table->count == 0) return kFailed;
   const Entry* const entry = find_entry(*table, area_id);
   return entry != nullptr ? static_cast<int>(entry - table->entries) : kFailed;
 }
 
 int get_area_spare_size(int fd, int index, const flash_area_table* table) {
-  if (fd < 0 || index < 0 || table == nullptr) {
+  if (fd < 0 || index < 0 || table == nullptr || table->entries == nullptr) {
     KT_TRACE_TWICE(Failure, "%s(%d)%s(%d):Invalid parameters\n");
     return kFailed;
   }

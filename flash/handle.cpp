@@ -42,9 +42,11 @@ int flash_open(const char* path, int flags) {
 }
 
 long long flash_lseek(int fd, long long offset, int whence) {
-  // Positions beyond 4 GiB are not supported: the low 32 bits count, with their
-  // sign, so that seeking backwards works.
-  return ::lseek(fd, static_cast<int>(offset), whence);
+  // Positions beyond 4 GiB are not supported: the low 32 bits count, as a negative
+  // number where the offset is one, so that seeking backwards works.
+  const off_t low =
+      offset < 0 ? off_t{static_cast<int>(offset)} : off_t{static_cast<unsigned>(offset)};
+  return ::lseek(fd, low, whence);
 }
 
 int flash_read(int fd, void* buf, unsigned count) {

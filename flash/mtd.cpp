@@ -31,8 +31,7 @@ unsigned transfer(const char* caller, unsigned len, F move) {
   while (done < len) {
     ssize_t count = move(done);
     if (count < 0 && errno == EAGAIN) {
-      KT_DEBUGn_in(kt::kTraceProgress, kt::kTraceModule, 0, "%s(%d)(%s(%d))Try again!!!\n", caller,
-                   __LINE__, caller, __LINE__);
+      KT_TRACE_TWICE_OF(caller, Failure, "%s(%d)(%s(%d))Try again!!!\n");
       count = move(done);
     }
     if (count <= 0) break;

@@ -107,8 +107,6 @@ bool compare_file_content(const char* archive, const SettingsCopy& copy) {
   unsigned char found[kComparePiece];
   ssize_t size;
   while ((size = read_fully(file.get(), wanted, sizeof wanted)) > 0) {
-    // A failed flash_read of two bytes looks like a good one: make it differ.
-    found[0] = static_cast<unsigned char>(~wanted[0]);
     if (!device.read(found, static_cast<unsigned>(size)) ||
         memcmp(wanted, found, static_cast<size_t>(size)) != 0) {
       return false;
@@ -136,8 +134,7 @@ int fl_conf_ram2flash(const char* archive, const CopyHeader& header, const Setti
       return kCopyBroken;
     }
   }
-  // What marks a copy given up: the id alone, before the rest of its old
-  // header, which no longer fits what follows it.
+  // A copy given up gets the id alone; what stands behind it stays.
   return write_copy_header(header, sizeof header.id, copy) ? kCopyGivenUp : kCopyUnreachable;
 }
 

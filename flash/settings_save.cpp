@@ -24,17 +24,15 @@ enum SaveResult : int {
   kNotDigested = -4
 };
 
-[[nodiscard]] bool is_regular_file(const char* path) {
-  struct stat status;
-  return ::stat(path, &status) == 0 && S_ISREG(status.st_mode);
-}
-
-// Puts `path` in place of the settings and checks what is there now.
+// Puts the file at `path` in place of the settings. One that cannot be copied
+// leaves the settings as they are.
 [[nodiscard]] bool take_settings(const char* path) {
-  const bool in_place =
-      strcmp(path, paths::kSettings) == 0 ||
-      run_shell("/bin/cp -f %s %s >/dev/null 2>/dev/null", path, paths::kSettings);
-  return in_place && valid_chk_conf_file(paths::kSettings);
+  struct stat given, live;
+  if (::stat(path, &given) != 0 || !S_ISREG(given.st_mode)) return false;
+  // Under whatever name: cp refuses to copy a file onto itself.
+  const bool in_place = ::stat(paths::kSettings, &live) == 0 && given.st_dev == live.st_dev &&
+                        given.st_ino == live.st_ino;
+  return in_place || run_shell("/bin/cp -f %s %s >/dev/null 2>/dev/null", path, paths::kSettings);
 }
 
 }  // namespace
@@ -45,7 +43,7 @@ using namespace kt;
 int fl_write_conf(const char* path) {
   if (path == nullptr || strlen(path) > kCommandLength / 2) return kNotLockedOrNotValid;
   FlockFile lock;
-  if (!lock.open(paths::kSettingsLock, 0666)) {
+  if (!lock.open(paths::kSettingsLock, paths::kSettingsLockMode)) {
     KT_TRACE_TWICE(Failure, "%s(%d)ENV: %s(%d) open lock file error.\n");
     return kNotLockedOrNotValid;
   }
@@ -56,9 +54,8 @@ int fl_write_conf(const char* path) {
     }
     KT_TRACE_TWICE(Progress, "%s(%d)ENV: %s(%d)try locking file.\n");
   }
-  // A file that is not there leaves the settings on the RAM disk alone.
-  if (strcmp(path, paths::kSettings) != 0 && !is_regular_file(path)) return kNotLockedOrNotValid;
-  if (!take_settings(path)) {
+  if (strcmp(path, paths::kSettings) != 0 && !take_settings(path)) return kNotLockedOrNotValid;
+  if (!valid_chk_conf_file(paths::kSettings)) {
     KT_TRACE_TWICE(Failure, "%s(%d)ENV: %s(%d) check config file fail\n");
     lock.release();  // restoring the defaults takes it, too
     fl_clear_env_dir();
@@ -66,7 +63,7 @@ int fl_write_conf(const char* path) {
     return kNotLockedOrNotValid;
   }
 
-  SettingsArchive archive;
+  SettingsArchive archive;  // gone before the lock: the next process may choose the same name
   if (!archive.pack(SettingsArchive::kZcf) || !archive.measure()) return kNotPacked;
   if (!archive.digest()) return kNotDigested;
   const CopyHeader& header = archive.header();
@@ -85,8 +82,6 @@ int fl_write_conf(const char* path) {
   const int result =
       fl_conf_ram2flash(archive.path(), header, kNormal) == kCopyDone ? kSaved : kNotWritten;
   KT_TRACE_TWICE(Progress, "%s(%d)ENV: %s(%d)ret = %d, unlock fd = %d.\n", result, lock.fd());
-  // Before the lock goes: the next process may choose the same name.
-  archive.remove();
   return result;
 }
 

@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -9,6 +8,7 @@
 
 #include "base/paths.h"
 #include "base/shell.h"
+#include "base/unique_dir.h"
 #include "base/unique_file.h"
 #include "flash/settings_archive.h"
 #include "flash/settings_check.h"
@@ -21,11 +21,6 @@ namespace {
 
 constexpr char kStep[] = "kt_flash_set_env";
 constexpr int kAttempts = 3;
-
-[[nodiscard]] bool is_directory(const char* path) {
-  DIR* const directory = ::opendir(path);
-  return directory != nullptr && ::closedir(directory) == 0;
-}
 
 [[nodiscard]] bool write_count(unique_file file, int lines) {
   return file.ok() && fprintf(file.get(), "%d", lines) > 0 && file.close();
@@ -93,7 +88,7 @@ int kt_flash_set_env(int copy) {
   const SettingsCopy& chosen = copy == 0 ? kNormal : kBackup;
   const SettingsCopy& other = copy == 0 ? kBackup : kNormal;
   srandom(static_cast<unsigned>(time(nullptr)));
-  if (!is_directory(paths::kSettingsDirectory) || !keep_line_control_file()) return -1;
+  if (!unique_dir(paths::kSettingsDirectory).ok() || !keep_line_control_file()) return -1;
 
   SettingsArchive archive;
   if (!archive.pack(SettingsArchive::kCzf) || !archive.measure()) return -1;
@@ -101,7 +96,10 @@ int kt_flash_set_env(int copy) {
     KT_TRACE_TWICE(Failure, "%s(%d)ENV: %s(%d) calculate md5 value fail\n");
     return -1;
   }
-  if (!archive_fits(archive.header().length, chosen)) return -1;
+  if (!archive_fits(archive.header().length, chosen)) {
+    KT_TRACE_TWICE(Failure, "%s(%d)ENV: %s(%d) archive does not fit\n");
+    return -1;
+  }
   // Without the header the chosen copy fails its digest at the next boot, and
   // the other one serves: giving up is no failure.
   if (!store_beside(archive.path(), chosen, other)) return 0;

@@ -3,6 +3,8 @@
 #include "ktcomm/log.h"
 #include "log/syslog_settings.h"
 
+static_assert(sizeof(DebugConfig) == 76);
+
 namespace {
 
 constexpr char kSection[] = "DEBUG";

@@ -3,6 +3,8 @@
 #include "ktcomm/log.h"
 #include "log/syslog_settings.h"
 
+static_assert(sizeof(SysLogData) == 84);
+
 namespace {
 
 constexpr char kSection[] = "LOG";

@@ -19,9 +19,7 @@ using namespace kt::test;
 
 namespace {
 
-bool is_close_on_exec(int fd) {
-  return (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0;
-}
+bool is_close_on_exec(int fd) { return (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
 
 TEST(StringBuffer, cuts_at_its_capacity_and_remembers_it) {
   StringBuffer<5> text;
@@ -65,8 +63,7 @@ TEST(LineReader, splits_at_line_feeds_and_at_the_size_only) {
     lines.emplace_back(buffer, length);
   }
   fclose(file);
-  const std::vector<std::string> expected = {
-      "ab\n", "\n", "abcd", "efg\n", std::string("x\0y\n", 4), "last"};
+  const std::vector<std::string> expected = {"ab\n", "\n", "abcd", "efg\n", std::string("x\0y\n", 4), "last"};
   EXPECT_EQ(lines, expected);
 }
 
@@ -175,9 +172,7 @@ TEST(FlockFile, excludes_other_processes_until_released) {
 
 TEST(RecordLock, excludes_other_processes) {
   const unique_fd fd = open_fd("/tmp/record.lock", O_RDWR | O_CREAT, 0600);
-  const auto is_free = [&] {
-    return in_child([&] { return lock_record_at_once(fd.get()) ? 0 : 1; }) == 0;
-  };
+  const auto is_free = [&] { return in_child([&] { return lock_record_at_once(fd.get()) ? 0 : 1; }) == 0; };
   ASSERT_TRUE(lock_record_waiting(fd.get()));
   EXPECT_FALSE(is_free());
   EXPECT_TRUE(unlock_record(fd.get()));

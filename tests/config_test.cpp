@@ -87,12 +87,7 @@ TEST_F(Read, lookup_rules) {
       {"empty value is found", "[s]\nkey=\n", "s", "key", 64, {0, ""}},
       {"no final line feed", "[s]\nkey=v", "s", "key", 64, {0, "v"}},
       {"first duplicate wins", "[s]\nkey=1\nkey=2\n", "s", "key", 64, {0, "1"}},
-      {"second section of that name is not searched",
-       "[s]\n[s]\nkey=1\n",
-       "s",
-       "key",
-       64,
-       {-1, ""}},
+      {"second section of that name is not searched", "[s]\n[s]\nkey=1\n", "s", "key", 64, {-1, ""}},
       {"not past the section", "[s]\na=1\n[t]\nkey=2\n", "s", "key", 64, {-1, ""}},
       {"any [ ends a section", "[s]\n[\nkey=2\n", "s", "key", 64, {-1, ""}},
       {"= in value", "[s]\nkey==v=\n", "s", "key", 64, {0, "=v="}},
@@ -106,34 +101,14 @@ TEST_F(Read, lookup_rules) {
       {"one longer than size", "[s]\nk=abcde\n", "s", "k", 4, {0, "abc"}},
       {"exactly size", "[s]\nk=abcd\n", "s", "k", 4, {0, "abcd"}},
       {"size 1", "[s]\nk=ab\n", "s", "k", 1, {0, ""}},
-      {"line piece by the small buffer",
-       "[s]\nk=" + kLong + "\n",
-       "s",
-       "k",
-       512,
-       {0, kLong.substr(0, 509)}},
+      {"line piece by the small buffer", "[s]\nk=" + kLong + "\n", "s", "k", 512, {0, kLong.substr(0, 509)}},
       {"whole line by the large buffer", "[s]\nk=" + kLong + "\n", "s", "k", 600, {0, kLong}},
-      {"cut by the large buffer",
-       "[s]\nk=" + kLong + "\n",
-       "s",
-       "k",
-       599,
-       {0, kLong.substr(0, 598)}},
-      {"piece of a long line is a line",
-       "[s]\n" + std::string(511, 'x') + "k=v\n",
-       "s",
-       "k",
-       64,
-       {0, "v"}},
+      {"cut by the large buffer", "[s]\nk=" + kLong + "\n", "s", "k", 599, {0, kLong.substr(0, 598)}},
+      {"piece of a long line is a line", "[s]\n" + std::string(511, 'x') + "k=v\n", "s", "k", 64, {0, "v"}},
       {"NUL ends a value", std::string("[s]\nk=a\0b\r\nl=2\n", 15), "s", "k", 64, {0, "a"}},
       {"NUL hides nothing after it", std::string("[s]\n\0\0\nl=2\n", 11), "s", "l", 64, {0, "2"}},
       {"10,000 characters", "[s]\n" + std::string(10000, '=') + "\nk=v\n", "s", "k", 64, {0, "v"}},
-      {"defaults serve a missing key",
-       "[net]\na=1\n",
-       "net",
-       "only_default",
-       64,
-       {0, "from defaults"}},
+      {"defaults serve a missing key", "[net]\na=1\n", "net", "only_default", 64, {0, "from defaults"}},
       {"defaults serve a missing section", "", "net", "port", 64, {0, "80"}},
       {"defaults are cut alike", "", "net", "only_default", 4, {0, "fro"}},
       {"name of 61 characters",
@@ -149,9 +124,7 @@ TEST_F(Read, lookup_rules) {
        64,
        {-1, ""}},
   };
-  for (const auto& c : kCases) {
-    EXPECT_EQ(look_up(c.section, c.key, c.size, c.content), c.expected) << c.what;
-  }
+  for (const auto& c : kCases) { EXPECT_EQ(look_up(c.section, c.key, c.size, c.content), c.expected) << c.what; }
 }
 
 TEST_F(Read, bad_arguments_and_missing_files_fail) {
@@ -177,7 +150,8 @@ TEST_F(Read, bad_arguments_and_missing_files_fail) {
 
 TEST_F(Read, numbers_and_characters) {
   const std::string digits(64, '1');
-  write_file(kFile, "[n]\na=12abc\nb=-7\nc=x\nd=\ne=" + digits + "\nf= 5\n");
+  write_file(kFile, "[n]\na=12abc\nb=-7\nc=x\nd=\ne=" + digits + "\nf= 5\ng=" + std::string(61, '0') +
+                        "42\nh=" + std::string(61, '0') + "425\n");
   FILE* const file = fopen(kFile, "rte");
   int number = 99;
   long wide = 99;
@@ -193,6 +167,10 @@ TEST_F(Read, numbers_and_characters) {
   EXPECT_EQ(PRO_GetLong("n", "b", &wide, file), 0);
   EXPECT_EQ(wide, -7);
   EXPECT_EQ(PRO_GetLong("n", "e", &wide, file), 0) << "a number of the whole buffer";
+  EXPECT_EQ(PRO_GetLong("n", "g", &wide, file), 0);
+  EXPECT_EQ(wide, 42) << "of 63 characters";
+  EXPECT_EQ(PRO_GetLong("n", "h", &wide, file), 0);
+  EXPECT_EQ(wide, 4) << "of 64: 62 count";
   EXPECT_EQ(PRO_GetLong("n", "zz", &wide, file), -1);
   EXPECT_EQ(PRO_GetChar("n", "c", &letter, file), 0);
   EXPECT_EQ(letter, 'x');
@@ -232,8 +210,7 @@ TEST_F(Write, one_key) {
     std::string after;
   } kCases[] = {
       {"replaced", 0, base, "a", "k", "9", "x=0\n[a]\nk=9\nm=2\n[b]\nn=3\n"},
-      {"inserted before the next section", 0, base, "a", "z", "9",
-       "x=0\n[a]\nk=1\nm=2\nz=9\n[b]\nn=3\n"},
+      {"inserted before the next section", 0, base, "a", "z", "9", "x=0\n[a]\nk=1\nm=2\nz=9\n[b]\nn=3\n"},
       {"appended to the last section", 0, base, "b", "z", "9", base + "z=9\n"},
       {"section appended", 0, base, "c", "z", "9", base + "[c]\nz=9\n"},
       {"bracketed section appended", 0, base, "[c] d", "z", "9", base + "[c] d\nz=9\n"},
@@ -247,12 +224,10 @@ TEST_F(Write, one_key) {
       {"last line gets its line feed: header", 0, "[a]", "a", "k", "3", "[a]\nk=3\n"},
       {"last line gets its line feed: section", 0, "x=1", "a", "k", "3", "x=1\n[a]\nk=3\n"},
       {"last line replaced", 0, "[a]\nk=1", "a", "k", "3", "[a]\nk=3\n"},
-      {"long line replaced whole", 0, "[a]\n" + long_line + "m=1\n", "a", "k", "3",
-       "[a]\nk=3\nm=1\n"},
-      {"long line kept", 0, "[a]\n" + long_line + "m=1\n", "a", "z", "3",
-       "[a]\n" + long_line + "m=1\nz=3\n"},
-      {"nothing glued to a piece of a long line", 0, "[a]\n" + std::string(511, 'x') + "[b]\n", "a",
-       "k", "3", "[a]\n" + std::string(511, 'x') + "\nk=3\n[b]\n"},
+      {"long line replaced whole", 0, "[a]\n" + long_line + "m=1\n", "a", "k", "3", "[a]\nk=3\nm=1\n"},
+      {"long line kept", 0, "[a]\n" + long_line + "m=1\n", "a", "z", "3", "[a]\n" + long_line + "m=1\nz=3\n"},
+      {"nothing glued to a piece of a long line", 0, "[a]\n" + std::string(511, 'x') + "[b]\n", "a", "k", "3",
+       "[a]\n" + std::string(511, 'x') + "\nk=3\n[b]\n"},
       {"NUL bytes kept", 0, std::string("[a]\ny\0z\n[b]\n", 12), "a", "k", "3",
        std::string("[a]\ny\0z\nk=3\n[b]\n", 16)},
       {"flat: every line", 0, "k=1\nm=2\n[a]\nk=3\n", nullptr, "k", "9", "k=9\nm=2\n[a]\nk=9\n"},
@@ -322,9 +297,15 @@ TEST_F(Write, current_values_are_not_written) {
 TEST_F(Write, missing_files_are_created_and_bad_targets_refused) {
   EXPECT_EQ(PRO_SetStr("s", "k", "v", kFile), 0);
   EXPECT_EQ(read_file(kFile), "[s]\nk=v\n");
+  for (const auto set :
+       {+[] { return PRO_SetStr_In("s", "k", "v", kFile, 0); }, +[] { return PRO_iSetStr("s", "k", "v", kFile); }}) {
+    unlink(kFile);
+    EXPECT_EQ(set(), 0);
+    EXPECT_EQ(read_file(kFile), "[s]\nk=v\n");
+  }
   const std::string long_path = "/tmp/" + std::string(3000, 'p');
-  for (const char* path : {"/mnt/none/x.conf", "/mnt/ramdisk/env", long_path.c_str(),
-                           static_cast<const char*>(nullptr)}) {
+  for (const char* path :
+       {"/mnt/none/x.conf", "/mnt/ramdisk/env", long_path.c_str(), static_cast<const char*>(nullptr)}) {
     EXPECT_EQ(PRO_SetStr("s", "k", "v", path), -1);
     EXPECT_EQ(PRO_SetStr_In("s", "k", "v", path, 0), -1);
     EXPECT_EQ(PRO_iSetStr("s", "k", "v", path), -1);
@@ -362,13 +343,11 @@ TEST_F(Write, waits_for_the_lock_over_signals) {
   write_file(kFile, "[s]\n");
   const int lock = open(kLock, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
   ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  struct sigaction action = {};
+  action.sa_handler = [](int) {};  // no SA_RESTART: flock comes back with EINTR
+  sigaction(SIGUSR1, &action, nullptr);
   const pid_t writer = fork();
-  if (writer == 0) {
-    struct sigaction action = {};
-    action.sa_handler = [](int) {};  // no SA_RESTART: flock comes back with EINTR
-    sigaction(SIGUSR1, &action, nullptr);
-    _exit(PRO_SetStr("s", "k", "v", kFile) == 0 ? 0 : 1);
-  }
+  if (writer == 0) _exit(PRO_SetStr("s", "k", "v", kFile) == 0 ? 0 : 1);
   for (int i = 0; i < 5; ++i) {
     usleep(20000);
     kill(writer, i == 0 ? 0 : SIGUSR1);
@@ -382,16 +361,23 @@ TEST_F(Write, waits_for_the_lock_over_signals) {
   close(lock);
 }
 
-TEST_F(Write, dead_lock_holder_holds_nobody_up) {
+TEST_F(Write, goes_on_when_the_lock_holder_dies) {
   const pid_t holder = fork();
   if (holder == 0) {
     const int lock = open(kLock, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    flock(lock, LOCK_EX);
+    if (flock(lock, LOCK_EX) == 0) write_file("/tmp/held", "");
     for (;;) pause();
   }
+  while (!exists("/tmp/held")) usleep(1000);
+  const pid_t writer = fork();
+  if (writer == 0) _exit(PRO_SetStr("s", "k", "v", kFile) == 0 ? 0 : 1);
   usleep(50000);
+  EXPECT_EQ(read_file(kFile), "") << "created, and waiting";
   kill(holder, SIGKILL);
-  EXPECT_EQ(PRO_SetStr("s", "k", "v", kFile), 0);
+  int status = -1;
+  EXPECT_EQ(waitpid(writer, &status, 0), writer);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(read_file(kFile), "[s]\nk=v\n");
   waitpid(holder, nullptr, 0);
 }
 
@@ -459,6 +445,17 @@ TEST_F(Pass, missing_section_and_unfinished_last_line) {
   EXPECT_EQ(status.st_mode & 07777, 0640u);
 }
 
+TEST_F(Pass, header_that_ends_the_file_without_a_line_feed_gets_one) {
+  write_file(kFile, "a=1\n[x]");
+  FILE* const out = PRO_uopen(kFile);
+  ASSERT_NE(out, nullptr);
+  EXPECT_EQ(PRO_u2sect("x", 1), 0);
+  fputs("k=v\n", out);
+  EXPECT_EQ(PRO_u2sect("y", 1), 1);
+  EXPECT_EQ(PRO_uclose(kFile, -1, 1), 0);
+  EXPECT_EQ(read_file(kFile), "a=1\n[x]\nk=v\n[y]\n");
+}
+
 TEST_F(Pass, misuse_is_harmless) {
   EXPECT_EQ(PRO_u2sect("s", 1), -1);
   EXPECT_EQ(PRO_uclose(kFile, 600, 1), 0);
@@ -485,7 +482,9 @@ TEST_F(Pass, sections_are_deleted_and_renamed) {
   ASSERT_EQ(stat(kFile, &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0600u);
 
-  EXPECT_EQ(PRO_RenSect("a", "new\nrest", kFile), 0);
+  char renamed[] = "new\nrest";
+  EXPECT_EQ(PRO_RenSect("a", renamed, kFile), 0);
+  EXPECT_STREQ(renamed, "new");
   EXPECT_EQ(read_file(kFile), "[new]\nk=1\n\nl=2\n[b]\nm=3\n");
   EXPECT_EQ(PRO_RenSect("[b]", "[c]", kFile), 0);
   ASSERT_EQ(stat(kFile, &status), 0);
@@ -501,8 +500,8 @@ TEST_F(Pass, sections_are_deleted_and_renamed) {
 TEST_F(Catalogue, messages_by_index) {
   constexpr char kMessages[] = "/tmp/messages";
   const std::string text128(128, 'a'), text129(129, 'b');
-  write_file(kMessages, "[m]\n3=three\n4=" + text128 + "\nno equals\nx5=" + text129 +
-                            "\r\n[n]\n6=six\n" + "7=seven\n\n8=eight\n");
+  write_file(kMessages, "[m]\n3=three\n4=" + text128 + "\nno equals\nx5=" + text129 + "\r\n[n]\n6=six\n" +
+                            "7=seven\n\n8=eight\n[o]\n9=" + text129 + "\n10=ten\n\r\n11=eleven\n");
   char out[6][256];
   memset(out, '#', sizeof out);
   EXPECT_EQ(PRO_GetMsgByIndex("m", 3, 5, out, kMessages), 3);
@@ -514,6 +513,8 @@ TEST_F(Catalogue, messages_by_index) {
   EXPECT_EQ(PRO_GetMsgByIndex("m", 3, 1, out, kMessages), 1);
   EXPECT_EQ(PRO_GetMsgByIndex("m", 3, 0, out, kMessages), 1) << "at least one";
   EXPECT_EQ(PRO_GetMsgByIndex("n", 6, 6, out, kMessages), 2) << "an empty line ends them";
+  EXPECT_EQ(PRO_GetMsgByIndex("o", 9, 6, out, kMessages), 2) << "so does one of CR LF";
+  EXPECT_EQ(out[0], text129.substr(0, 127)) << "the first is cut, too";
   EXPECT_EQ(PRO_GetMsgByIndex("n", 6, 6, out, "/tmp/none"), -1);
   EXPECT_EQ(PRO_GetMsgByIndex("n", 6, 6, nullptr, kMessages), -1);
   EXPECT_EQ(in_child([&] {  // in a process of its own, which the open catalogue ends with

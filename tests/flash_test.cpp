@@ -21,6 +21,8 @@ constexpr char kDevice[] = "/dev/mtd3";
 constexpr unsigned kBlock = 131072;
 constexpr Counts kUntouched = {};
 
+using Results = std::vector<long long>;  // of several calls, in their order
+
 unsigned g_syncs;
 Counts g_counts_at_sync;
 
@@ -56,30 +58,25 @@ std::string get(int fd, unsigned count) {
 
 class FlashTest : public testing::Test {
  protected:
-  void SetUp() override {
+  FlashTest() {
     nand::insert(kDevice);
     take_trace();
-    descriptors_ = open_descriptors();
   }
   void TearDown() override {
     EXPECT_EQ(nand::breach(), "");
     nand::take_out();
     EXPECT_EQ(open_descriptors(), descriptors_);
   }
-
- private:
-  size_t descriptors_ = 0;
+  const size_t descriptors_ = open_descriptors();
 };
 
 using Handle = FlashTest;
 using Store = FlashTest;
-using Erase = FlashTest;
 using AreaTable = FlashTest;
 
 }  // namespace
 
-extern "C" void counting_sync() __asm__("sync");
-extern "C" void counting_sync() {
+extern "C" void sync() noexcept {
   ++g_syncs;
   g_counts_at_sync = nand::counts(kDevice);
 }
@@ -90,12 +87,11 @@ TEST_F(Handle, opening_locks_writers_out) {
   const int fd = open_at(0);
   EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
   const auto elsewhere = [](int flags) { return in_child([=] { return flash_open(kDevice, flags) + 10; }) - 10; };
-  for (const int flags : {O_RDWR, O_WRONLY}) EXPECT_EQ(elsewhere(flags), -2);
+  EXPECT_EQ((Results{elsewhere(O_RDWR), elsewhere(O_WRONLY)}), (Results{-2, -2}));
   EXPECT_GT(elsewhere(O_RDONLY), 0) << "readers do not lock";
   EXPECT_EQ(flash_close(fd), 0);
   EXPECT_GT(elsewhere(O_RDWR), 0);
-  EXPECT_EQ(flash_open(nullptr, O_RDWR), -2);
-  EXPECT_EQ(flash_open("/dev/none", O_RDWR), -1);
+  EXPECT_EQ((Results{flash_open(nullptr, O_RDWR), flash_open("/dev/none", O_RDWR)}), (Results{-2, -1}));
   const std::string name = "4 flash_open()flash_open():", locked = name + "Lock file fail\n";
   EXPECT_EQ(take_trace(), locked + locked + name + "Invalid parameters\n" + name + "Open file fail\n");
   const auto with_0_free = [] {
@@ -111,26 +107,19 @@ TEST_F(Handle, positions_reads_and_closing) {
   const int fd = open_at(100);
   EXPECT_EQ(get(fd, 50), content.substr(100, 50));
   EXPECT_EQ(flash_lseek(fd, -30, SEEK_CUR), 120);
+  EXPECT_EQ(flash_lseek(fd, 0xA0000000, SEEK_SET), 0xA0000000) << "up to 4 GiB";
   EXPECT_EQ(flash_lseek(fd, 0x500000007, SEEK_SET), 7) << "the low 32 bits";
-  EXPECT_EQ(flash_lseek(fd, 0xFFFFFFFF, SEEK_CUR), 6) << "with their sign";
-  EXPECT_EQ(flash_lseek(fd, -7, SEEK_CUR), -1);
-  char bytes[20];
-  EXPECT_EQ(flash_read(fd, nullptr, 0), 0);
+  EXPECT_EQ((Results{flash_lseek(fd, -8, SEEK_CUR), flash_read(fd, nullptr, 0)}), (Results{-1, 0}));
   EXPECT_EQ(flash_lseek(fd, -10, SEEK_END), 16 * kBlock - 10);
-  EXPECT_EQ(flash_read(fd, bytes, 20), 2) << "a short read";
-  EXPECT_EQ(flash_read(-1, bytes, 20), 2);
-  EXPECT_EQ(flash_lseek(fd, 0, SEEK_SET), 0);
-  EXPECT_EQ(put(fd, "text"), 4);
+  char bytes[20];
+  EXPECT_EQ((Results{flash_read(fd, bytes, 20), flash_read(-1, bytes, 20)}), (Results{2, 2})) << "short or failed";
+  EXPECT_EQ((Results{flash_lseek(fd, 0, SEEK_SET), put(fd, "text")}), (Results{0, 4}));
   g_syncs = 0;
-  EXPECT_EQ(flash_close(-1), -2);
-  EXPECT_EQ(g_syncs, 0u);
-  EXPECT_EQ(flash_close(fd), 0);
-  EXPECT_EQ(g_syncs, 1u);
+  EXPECT_EQ((Results{flash_close(-1), g_syncs, flash_close(fd), g_syncs}), (Results{-2, 0, 0, 1}));
   EXPECT_EQ(g_counts_at_sync, (Counts{1, 64})) << "the chip comes first";
   EXPECT_EQ(flash_close(fd), -1) << "closed already";
-  EXPECT_EQ(take_trace(),
-            "4 flash_close()flash_close():Invalid parameters\n"
-            "4 flash_close()flash_close():Fail unlock the file\n");
+  const std::string name = "4 flash_close()flash_close():";
+  EXPECT_EQ(take_trace(), name + "Invalid parameters\n" + name + "Fail unlock the file\n");
 }
 
 TEST_F(Store, archive_erases_each_block_once) {
@@ -141,14 +130,13 @@ TEST_F(Store, archive_erases_each_block_once) {
     nand::reset_counts();
     const int fd = open_at(24);
     for (size_t at = 0; at < archive.size(); at += 65536) EXPECT_GT(put(fd, archive.substr(at, 65536)), 0);
-    EXPECT_EQ(flash_lseek(fd, 0, SEEK_CUR), 24 + 300 * 1024);
-    EXPECT_EQ(put(fd, "!"), 1);
-    EXPECT_EQ(flash_lseek(fd, -1, SEEK_CUR), 24 + 300 * 1024);
-    EXPECT_EQ(put(fd, expected.substr(24 + archive.size(), 1)), 1) << "there and back";
-    EXPECT_EQ(flash_close(fd), 0);
+    constexpr int end = 24 + 300 * 1024;
+    EXPECT_EQ((Results{flash_lseek(fd, 0, SEEK_CUR), put(fd, "!"), flash_lseek(fd, end, SEEK_SET)}),
+              (Results{end, 1, end}));
+    EXPECT_EQ((Results{put(fd, expected.substr(size_t{end}, 1)), flash_close(fd)}), (Results{1, 0}))
+        << "there and back";
     EXPECT_EQ(nand::counts(kDevice, 0), (Counts{times, times * 62})) << "erased pages stay so";
-    EXPECT_EQ(nand::counts(kDevice, 1), (Counts{times, times * 64}));
-    EXPECT_EQ(nand::counts(kDevice, 2), (Counts{times, times * 64}));
+    for (const unsigned block : {1u, 2u}) EXPECT_EQ(nand::counts(kDevice, block), (Counts{times, times * 64}));
     EXPECT_EQ(nand::counts(kDevice).erases, times * 3);
   }
   EXPECT_EQ(cells(0, expected.size()), expected.replace(24, archive.size(), archive));
@@ -205,23 +193,21 @@ TEST_F(Store, faults_are_reported_and_leave_the_rest_alone) {
     const std::string content = fill();
     nand::set_fault(kDevice, 1, fault);
     int fd = open_at(0);
-    EXPECT_EQ(put(fd, "first"), 5);
-    EXPECT_EQ(put(fd, std::string(3 * kBlock, 'b')), kBlock - 5) << "only what is in the chip";
-    EXPECT_EQ(flash_lseek(fd, 0, SEEK_CUR), kBlock);
-    EXPECT_EQ(put(fd, "c"), -1);
+    EXPECT_EQ(
+        (Results{put(fd, "first"), put(fd, std::string(3 * kBlock, 'b')), flash_lseek(fd, 0, SEEK_CUR), put(fd, "c")}),
+        (Results{5, kBlock - 5, kBlock, -1}))
+        << "only what is in the chip";
     const std::string name = "4 flash_write()flash_write():Fail to write, write_len=";
     EXPECT_EQ(take_trace(), name + "131067, len=393216\n" + name + "0, len=1\n");
-    EXPECT_EQ(flash_lseek(fd, 5 * kBlock, SEEK_SET), 5 * kBlock);
-    EXPECT_EQ(put(fd, "d"), lost ? -1 : 1) << "nothing more after a loss";
-    EXPECT_EQ(flash_erase(fd, 8 * kBlock, kBlock), lost ? -1 : 0);
-    EXPECT_EQ(flash_erase(fd, kBlock, 2 * kBlock), -1);
-    EXPECT_EQ(flash_close(fd), lost ? -1 : 0);
+    EXPECT_EQ((Results{flash_lseek(fd, 5 * kBlock, SEEK_SET), put(fd, "d")}), (Results{5 * kBlock, lost ? -1 : 1}))
+        << "nothing more after a loss";
+    EXPECT_EQ((Results{flash_erase(fd, 8 * kBlock, kBlock), flash_erase(fd, kBlock, 2 * kBlock), flash_close(fd)}),
+              (Results{lost ? -1 : 0, -1, lost ? -1 : 0}));
     EXPECT_EQ(cells(0, kBlock), "first" + std::string(kBlock - 5, 'b'));
     EXPECT_EQ(cells(2 * kBlock, 3 * kBlock), content.substr(2 * kBlock, 3 * kBlock));
 
     fd = open(kDevice, O_RDWR | O_CLOEXEC);  // the same number, with nothing left behind
-    EXPECT_EQ(flash_lseek(fd, kBlock + 7, SEEK_SET), kBlock + 7);
-    EXPECT_EQ(put(fd, "e"), lost ? 1 : -1);
+    EXPECT_EQ((Results{flash_lseek(fd, kBlock + 7, SEEK_SET), put(fd, "e")}), (Results{kBlock + 7, lost ? 1 : -1}));
     take_trace();
     EXPECT_EQ(flash_close(fd), lost ? -1 : 0);
     EXPECT_EQ(take_trace(), lost ? "4 flash_close()flash_close():Written data lost\n" : "");
@@ -230,24 +216,20 @@ TEST_F(Store, faults_are_reported_and_leave_the_rest_alone) {
 
 TEST_F(Store, limits_and_bad_arguments) {
   int fd = open_at(16 * kBlock - 10);
-  EXPECT_EQ(put(fd, "longer than ten"), 10) << "the end of the partition";
-  EXPECT_EQ(put(fd, "x"), -1);
-  EXPECT_EQ(flash_lseek(fd, 9, SEEK_END), 16 * kBlock + 9);
-  EXPECT_EQ(put(fd, "x"), -1);
+  EXPECT_EQ((Results{put(fd, "longer than ten"), put(fd, "x")}), (Results{10, -1})) << "the end of the partition";
+  EXPECT_EQ((Results{flash_lseek(fd, 9, SEEK_END), put(fd, "x")}), (Results{16 * kBlock + 9, -1}));
   take_trace();
-  EXPECT_EQ(put(fd, ""), 0);
-  for (const int refused : {put(-1, "x"), flash_write(fd, nullptr, 1)}) EXPECT_EQ(refused, -2);
+  EXPECT_EQ((Results{put(fd, ""), put(-1, "x"), flash_write(fd, nullptr, 1)}), (Results{0, -2, -2}));
   const std::string refused = "4 flash_write()flash_write():Invalid parameters\n";
   EXPECT_EQ(take_trace(), refused + refused);
   EXPECT_EQ(flash_close(fd), 0);
   EXPECT_EQ(cells(16 * kBlock - 12, 12), "\xFF\xFFlonger tha");
-  EXPECT_EQ(put(99, "x"), -1);
+  EXPECT_EQ((Results{put(99, "x"), flash_erase(99, 0, kBlock)}), (Results{-1, -1}));
   for (const int flags : {O_RDONLY, O_WRONLY, O_RDWR}) {
-    if (flags == O_RDWR) { EXPECT_EQ(truncate(kDevice, kBlock / 2), 0); }
+    EXPECT_EQ(truncate(kDevice, flags == O_RDWR ? kBlock / 2 : 16 * kBlock), 0);
     fd = open_at(0, flags);
-    EXPECT_EQ(put(fd, "x"), -1) << "not open to both, or a block that cannot be read";
-    EXPECT_EQ(flash_erase(fd, 0, 65536), -1);
-    EXPECT_EQ(flash_close(fd), 0) << "nothing was accepted";
+    EXPECT_EQ((Results{put(fd, "x"), flash_erase(fd, 0, 65536), flash_close(fd)}), (Results{-1, -1, 0}))
+        << "not open to both, or a block that cannot be read: nothing was accepted";
   }
   nand::insert(kDevice, Kind::plain);
   const auto fills_up = [] {
@@ -272,7 +254,6 @@ TEST_F(Store, held_bytes_belong_to_one_descriptor_of_one_process) {
   EXPECT_EQ(open("/dev/zero", O_RDWR | O_CLOEXEC), fd);
   EXPECT_EQ(get(fd, 8), std::string(8, '\0'));
   EXPECT_EQ(flash_close(fd), 0);
-
   fd = open(kDevice, O_RDWR | O_CLOEXEC);  // not by flash_open: just as good
   EXPECT_EQ(put(fd, "kept"), 4);
   EXPECT_EQ(in_child([=] { return flash_close(fd); }), 0);
@@ -281,24 +262,23 @@ TEST_F(Store, held_bytes_belong_to_one_descriptor_of_one_process) {
   EXPECT_EQ(cells(0, 8), "kept" + content.substr(4, 4));
   expect_nothing_kept("writing", [] {
     const int one = open_at(0);
-    put(one, "one");
-    flash_close(one);
+    EXPECT_EQ((Results{put(one, "one"), flash_close(one)}), (Results{3, 0}));
   });
 }
 
-TEST_F(Erase, whole_units_within_the_device) {
+TEST_F(Store, erases_whole_units_within_the_device) {
   const long long kRefused[][2] = {{1, 65536},       {0, 65535},      {0, 0},
                                    {0, -65536},      {-65536, 65536}, {2097152, 65536},
                                    {65536, 2097152}, {0, 1LL << 40},  {1LL << 40, 65536}};
   for (const Kind kind : {Kind::nand, Kind::plain}) {
     std::string content = fill(kind);
     const int fd = open_at(65536 - 2);
-    for (const auto& range : kRefused) {
-      take_trace();
-      EXPECT_EQ(flash_erase(fd, range[0], range[1]), -2) << range[0] << " " << range[1];
-      EXPECT_EQ(take_trace(), "4 flash_erase()flash_erase():Invalid parameters\n");
-    }
+    for (const auto& [offset, length] : kRefused)
+      EXPECT_EQ(flash_erase(fd, offset, length), -2) << offset << " " << length;
     EXPECT_EQ(flash_erase(-1, 0, 65536), -2);
+    std::string trace;
+    for (int i = 0; i < 10; ++i) trace += "4 flash_erase()flash_erase():Invalid parameters\n";
+    EXPECT_EQ(take_trace(), trace);
     EXPECT_EQ(nand::counts(kDevice), kUntouched);
     EXPECT_EQ(put(fd, "held"), 4);
     nand::reset_counts();
@@ -308,11 +288,9 @@ TEST_F(Erase, whole_units_within_the_device) {
     EXPECT_EQ(nand::counts(kDevice), (kind == Kind::nand ? Counts{2, 64} : Counts{0, 32}));
     EXPECT_EQ(flash_erase(fd, 15 * kBlock, kBlock), 0) << "the last block";
     nand::reset_counts();
-    EXPECT_EQ(flash_erase(fd, 15 * kBlock, kBlock), 0);
+    EXPECT_EQ((Results{flash_erase(fd, 15 * kBlock, kBlock), flash_close(fd)}), (Results{0, 0}));
     EXPECT_EQ(nand::counts(kDevice), kUntouched) << "erased already";
-    EXPECT_EQ(flash_close(fd), 0);
   }
-  EXPECT_EQ(flash_erase(99, 0, kBlock), -1);
 }
 
 const std::string kDefaultEntries(
@@ -340,20 +318,16 @@ TEST_F(AreaTable, read_back) {
 
   const std::string bytes = table_of(kDefaultEntries, 9);
   const int fd = open_at(2097152 - 65536);
-  EXPECT_EQ(put(fd, bytes), 22 + 72);
-  EXPECT_EQ(get_area_table_offset(fd), 2097152 - 65536);
-  EXPECT_EQ(flash_lseek(fd, 0, SEEK_CUR), 2097152 - 65536);
+  EXPECT_EQ((Results{put(fd, bytes), get_area_table_offset(fd), flash_lseek(fd, 0, SEEK_CUR)}),
+            (Results{22 + 72, 2097152 - 65536, 2097152 - 65536}));
   flash_area_table table;
   ASSERT_EQ(get_area_table(fd, &table), 0) << "though still held by the writer";
   EXPECT_EQ(memcmp(&table, bytes.data(), 22), 0) << "digest, heads and count";
   EXPECT_EQ(memcmp(table.entries, def_area_entry, sizeof def_area_entry), 0);
-  EXPECT_EQ(get_specified_area_idx(8, &table), 7);
-  EXPECT_EQ(get_specified_area_idx(264, &table), -1);
-  EXPECT_EQ(get_area_spare_size(0, 1, &table), 4);
-  EXPECT_EQ(take_trace(), "");
-  for (const int refused :
-       {get_area_spare_size(-1, 1, &table), get_area_spare_size(fd, -1, &table), get_area_spare_size(fd, 1, nullptr)})
-    EXPECT_EQ(refused, -1);
+  EXPECT_EQ((Results{get_specified_area_idx(8, &table), get_specified_area_idx(264, &table)}), (Results{7, -1}));
+  EXPECT_EQ((Results{get_area_spare_size(0, 1, &table), get_area_spare_size(-1, 1, &table),
+                     get_area_spare_size(fd, -1, &table), get_area_spare_size(fd, 1, nullptr)}),
+            (Results{4, -1, -1, -1}));
   table.entries[3].id = 8;
   EXPECT_EQ(get_specified_area_idx(8, &table), 3) << "the first one";
   table.count = 0;
@@ -362,10 +336,9 @@ TEST_F(AreaTable, read_back) {
 
   flash_area_entry entry;
   expect_nothing_kept("entries", [&] { read_specified_area_info(fd, 8, &entry); });
-  EXPECT_EQ(read_specified_area_info(fd, 8, &entry), 0);
-  for (const int refused : {read_specified_area_info(fd, 9, &entry), read_specified_area_info(-1, 1, &entry),
-                            read_specified_area_info(fd, 1, nullptr)})
-    EXPECT_EQ(refused, -1);
+  EXPECT_EQ((Results{read_specified_area_info(fd, 8, &entry), read_specified_area_info(fd, 9, &entry),
+                     read_specified_area_info(-1, 1, &entry), read_specified_area_info(fd, 1, nullptr)}),
+            (Results{0, -1, -1, -1}));
   EXPECT_EQ(memcmp(&entry, &def_area_entry[7], sizeof entry), 0);
   const std::string spare = "4 get_area_spare_size()get_area_spare_size():Invalid parameters\n";
   const std::string info = "4 read_specified_area_info()", bad = info + "Invalid parameters\n";
@@ -377,34 +350,28 @@ TEST_F(AreaTable, damage_is_found) {
   const std::string good = table_of(kDefaultEntries, 9);
   const std::string wrong = "4 get_area_table()MD5 value is wrong!\n";
   const std::string none = "4 get_area_table()can not find area table entry!\n";
-  struct Case {
-    std::string table;
-    int expected;
-    std::string trace;
-  };
-  std::vector<Case> cases = {{good + "bytes after the last entry", 0, ""},
-                             {table_of("", 0), -1, none},
-                             {table_of(kDefaultEntries, 65535), -3, wrong}};
-  for (size_t at = 0; at < good.size(); ++at) cases.push_back({good, -3, wrong});
-  for (size_t at = 0; at < good.size(); ++at) cases[3 + at].table[at] ^= '\x10';
-  for (const auto& c : cases) {
+  using Case = std::tuple<std::string, int, std::string>;
+  std::vector<Case> cases = {{good + "more", 0, ""}, {table_of("", 0), -1, none}, {table_of(good, 65535), -3, wrong}};
+  for (size_t at = 0; at < good.size(); ++at) {
+    cases.emplace_back(std::string(good).replace(at, 1, 1, char(good[at] ^ 16)), -3, wrong);
+  }
+  for (const auto& [bytes, expected, trace] : cases) {
     nand::insert(kDevice);
-    memcpy(nand::cells(kDevice) + 2097152 - 65536, c.table.data(), c.table.size());
+    memcpy(nand::cells(kDevice) + 2097152 - 65536, bytes.data(), bytes.size());
     const int fd = open_at(0, O_RDONLY);
     flash_area_table table = {};
-    EXPECT_EQ(get_area_table(fd, &table), c.expected) << &c - cases.data();
-    EXPECT_EQ(table.entries != nullptr, c.expected == 0);
-    EXPECT_EQ(take_trace(), c.trace);
+    EXPECT_EQ((Results{get_area_table(fd, &table), table.entries != nullptr}), (Results{expected, expected == 0}));
+    EXPECT_EQ(take_trace(), trace);
     free(table.entries);
-    EXPECT_EQ(flash_close(fd), 0);
+    flash_close(fd);
   }
   write_file("/tmp/small", std::string(65535, 'x'));
   const int small = flash_open("/tmp/small", O_RDONLY);
   flash_area_table table;
   flash_area_entry entry;
-  for (const int refused : {get_area_table(-1, &table), get_area_table(small, nullptr), get_area_table_offset(-1),
-                            read_specified_area_info(small, 1, &entry)})
-    EXPECT_EQ(refused, -1);
+  EXPECT_EQ((Results{get_area_table(-1, &table), get_area_table(small, nullptr), get_area_table_offset(-1),
+                     read_specified_area_info(small, 1, &entry)}),
+            (Results{-1, -1, -1, -1}));
   const std::string bad = "4 get_area_table()invalid input or output parameter!\n";
   EXPECT_EQ(take_trace(), bad + bad + "4 get_area_table_offset()invalid input parameter!\n" +
                               "4 get_area_table_offset()fail to lseek!\n" + none +

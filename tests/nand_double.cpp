@@ -142,6 +142,7 @@ int program_page(Chip& chip, unsigned offset, const unsigned char* data) {
     return refuse(EIO);
   }
   memcpy(cells, data, size);
+  if (block.fault == Fault::programs_wrong) cells[size - 1] = 0;
   return 0;
 }
 

@@ -52,7 +52,8 @@ Counts counts(const char* path, unsigned block);
 Counts counts(const char* path);
 void reset_counts();
 
-enum class Fault { none, marked_bad, erase_fails, program_fails };
+// The last one stores a wrong byte and reports success.
+enum class Fault { none, marked_bad, erase_fails, program_fails, programs_wrong };
 void set_fault(const char* path, unsigned block, Fault fault);
 
 // The first rule that was broken on any device, in words; empty when none was.

@@ -37,9 +37,7 @@ inline std::string read_file(const std::string& path) {
   return content;
 }
 
-inline bool exists(const std::string& path) {
-  return access(path.c_str(), F_OK) == 0;
-}
+inline bool exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
 // The names in a directory that begin with `prefix`.
 inline std::vector<std::string> files_in(const char* directory, const std::string& prefix = "") {
@@ -53,9 +51,7 @@ inline std::vector<std::string> files_in(const char* directory, const std::strin
   return names;
 }
 
-inline size_t open_descriptors() {
-  return files_in("/proc/self/fd").size();
-}
+inline size_t open_descriptors() { return files_in("/proc/self/fd").size(); }
 
 // Runs `body` in a child process; its result is the exit status, or -signal.
 template <typename F>

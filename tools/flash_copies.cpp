@@ -27,13 +27,6 @@ using Piece = unique_malloc<unsigned char[]>;
   return partition_size >= kArchiveOffset && length <= partition_size - kArchiveOffset;
 }
 
-// How much of `left` bytes to move next. Never 2 at the end of a longer
-// archive: a flash_read of two bytes cannot be told from a failed one.
-[[nodiscard]] unsigned next_piece(unsigned left) {
-  if (left <= kPieceSize) return left;
-  return left == kPieceSize + 2 ? kPieceSize - 1 : kPieceSize;
-}
-
 // Hands the archive of a copy to `take(data, size)` in pieces; false when that
 // or the device fails.
 template <typename F>
@@ -42,7 +35,7 @@ template <typename F>
   const Piece piece = allocate<unsigned char>(kPieceSize);
   if (!partition.ok() || piece == nullptr || !partition.seek(kArchiveOffset)) return false;
   for (unsigned left = length; left != 0;) {
-    const unsigned size = next_piece(left);
+    const unsigned size = left < kPieceSize ? left : kPieceSize;
     if (!partition.read(piece.get(), size) || !take(piece.get(), size)) return false;
     left -= size;
   }
@@ -169,7 +162,8 @@ BootChoice choose_as_boot(const CopyState (&copies)[2]) {
 Repair repair_copies() {
   Repair repair;
   FlockFile lock;
-  if (!lock.open(paths::kSettingsLock, 0666) || !lock.lock_over_signals()) return repair;
+  if (!lock.open(paths::kSettingsLock, paths::kSettingsLockMode) || !lock.lock_over_signals())
+    return repair;
   repair.found[kNormalIndex] = inspect_copy(kNormalIndex);
   repair.found[kBackupIndex] = inspect_copy(kBackupIndex);
   if (are_equal(repair.found[kNormalIndex], repair.found[kBackupIndex])) {

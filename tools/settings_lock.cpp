@@ -15,13 +15,14 @@ constexpr int kWaitingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP};
 }  // namespace
 
 bool SettingsLock::wait() {
-  if (lock_.open(paths::kSettingsLock, 0666) && lock_.lock_over_signals()) return true;
+  if (lock_.open(paths::kSettingsLock, paths::kSettingsLockMode) && lock_.lock_over_signals())
+    return true;
   (void)fail(kSystemError, "%s: %s", paths::kSettingsLock, strerror(errno));
   return false;
 }
 
 void SettingsLock::try_for_a_moment() {
-  if (!lock_.open(paths::kSettingsLock, 0666)) return;
+  if (!lock_.open(paths::kSettingsLock, paths::kSettingsLockMode)) return;
   for (int tries = 0; tries < 10 && !lock_.lock_at_once(); ++tries) (void)::usleep(10000);
 }
 

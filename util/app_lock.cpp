@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include "base/pause.h"
 #include "base/string_buffer.h"
 #include "base/unique_fd.h"
 #include "ktcomm/util_process.h"
@@ -23,7 +24,7 @@ using PidText = StringBuffer<15>;
 // is slow to go.
 void end_instance(const char* name, int pid) {
   (void)kill(pid, SIGTERM);  // it may be gone already
-  (void)sleep(1);
+  pause_s(1);
   if (CheckAppsPidAlive(name, pid) == 1) (void)kill(pid, SIGTERM);
 }
 

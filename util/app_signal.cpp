@@ -1,8 +1,8 @@
 #include <signal.h>
 #include <string.h>
 #include <strings.h>
-#include <unistd.h>
 
+#include "base/pause.h"
 #include "ktcomm/log.h"
 #include "ktcomm/util_process.h"
 #include "util/small_file.h"
@@ -24,11 +24,11 @@ void trace_signal(const char* function, int line, const char* name) {
 
 int SendSignal2PidFromFile(const char* path, int signo) {
   if (path == nullptr) return -1;
-  const int pid = kt::decimal_in_file(path, kPidFileLimit).value_or(0);
-  if (pid < 1) return -1;
+  const int pid = kt::decimal_in_file(path, kPidFileLimit).value_or(-1);
+  if (pid < 0) return -1;
   (void)KT_DEBUGn_in(kTraceLevel, kTraceModule, 0, "%s(%d):pid = %lu\n", __func__, __LINE__,
                      static_cast<unsigned long>(pid));
-  return kill(pid, signo);
+  return pid > 0 ? kill(pid, signo) : -1;  // 0 would be our own group
 }
 
 void SendSignal2Apps(const char* name, int signo) {
@@ -44,6 +44,6 @@ int SendSignal2AppsBySpecFile(const char* name, int signo, const char* pid_list)
   if (pid < 1) return 0;
   trace_signal(__func__, __LINE__, name);
   const int result = kill(pid, signo);
-  if (strcasecmp(name, kSlowProgram) == 0) (void)sleep(kSlowProgramDelay_s);
+  if (strcasecmp(name, kSlowProgram) == 0) kt::pause_s(kSlowProgramDelay_s);
   return result;
 }

@@ -7,9 +7,9 @@ static_assert(sizeof(cf_list) == 8);
 namespace {
 
 void link_between(cf_list* prev, cf_list* e, cf_list* next) {
+  next->prev = e;
   *e = {prev, next};
   prev->next = e;
-  next->prev = e;
 }
 
 }  // namespace

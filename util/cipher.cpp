@@ -101,11 +101,11 @@ int kt_aes_encrypt(unsigned char* out, const unsigned char* in, unsigned len, in
   memcpy(chain.chunk(), in + at, rest);
   memset(chain.chunk() + rest, static_cast<int>(pad), pad);
   chain.run(out + at, rest + pad, AES_ENCRYPT);
-  const int size = static_cast<int>(cipher_size);
-  if (as_hex == 0) return size;
-  kt::write_hex(out, out, cipher_size);
-  out[static_cast<size_t>(2) * cipher_size] = '\0';
-  return 2 * size;
+  const size_t size = at + rest + pad;
+  if (as_hex == 0) return static_cast<int>(size);
+  kt::write_hex(out, out, size);
+  out[2 * size] = '\0';
+  return static_cast<int>(2 * size);
 }
 
 int kt_aes_decrypt(unsigned char* out, const unsigned char* in, int len, int from_hex) {

@@ -14,7 +14,7 @@ namespace {
 }
 
 [[nodiscard]] bool is_port(int port) {
-  return port >= 0 && port <= UINT16_MAX;
+  return port > 0 && port <= UINT16_MAX;
 }
 
 [[nodiscard]] bool listen_on_loopback(int fd, int port) {

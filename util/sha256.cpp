@@ -188,7 +188,7 @@ int SHA256FinalBits(SHA256Context* context, unsigned char bits, unsigned bit_cou
   if (context->Corrupted != 0) return context->Corrupted;
   kt::count_bits(*context, bit_count);
   const unsigned mark = 0x80U >> bit_count;
-  kt::finish(*context, static_cast<unsigned char>((bits & ~(2 * mark - 1)) | mark));
+  kt::finish(*context, static_cast<unsigned char>((bits & ~(mark - 1)) | mark));
   return shaSuccess;
 }
 

@@ -6,17 +6,12 @@
 #include "base/unique_malloc.h"
 #include "ktcomm/util_process.h"
 
-namespace {
-
-// Whoever comes first creates the lock, whatever account he runs under.
-constexpr mode_t kLockMode = 0666;
-
-}  // namespace
-
 int system_with_lock(const char* command) {
   if (command == nullptr) return -1;
   kt::FlockFile lock;
-  if (!lock.open(kt::paths::kSettingsLock, kLockMode) || !lock.lock_over_signals()) return -1;
+  if (!lock.open(kt::paths::kSettingsLock, kt::paths::kSettingsLockMode) ||
+      !lock.lock_over_signals())
+    return -1;
   const int status = system(command);
   // ECHILD: a signal handler of the caller's has reaped the shell. errno counts
   // as it stands, also when it is left over from before the call.

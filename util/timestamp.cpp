@@ -49,7 +49,7 @@ int write_timestamp_into_file(const char* path) {
 int read_timestamp_from_file(const char* path, unsigned* seconds) {
   if (path == nullptr) return 1;
   const std::optional<unsigned> count = kt::read_count(path);
-  // Signed, so that bytes of erased flash are no time.
+  // Positive as a signed number.
   if (!count || static_cast<int32_t>(*count) <= 0) return 1;
   const auto twin = kt::twin_of(path);
   if (!twin.truncated() && kt::read_count(twin.c_str()) != count) return 1;

@@ -64,8 +64,8 @@ KT_EXPORT int kt_flash_dump_page(void);
  * result of open; -2 for a null `path` or when another process holds the lock. */
 KT_EXPORT int flash_open(const char *path, int flags);
 
-/* Moves the position as lseek does. Only the low 32 bits of `offset` count, as a
- * signed number: steps of more than 2 GiB are not supported.
+/* Moves the position as lseek does. Only the low 32 bits of `offset` count:
+ * positions beyond 4 GiB cannot be reached.
  * Returns the new position, or -1. */
 KT_EXPORT long long flash_lseek(int fd, long long offset, int whence);
 
@@ -92,8 +92,8 @@ KT_EXPORT int flash_read(int fd, void *buf, unsigned count);
  * Anything but an MTD device is written plainly, at once.
  *
  * Returns the number of bytes accepted, which is below `count` where the
- * partition ends or a block fails; -1 when nothing was accepted for one of these
- * reasons; 0 for a `count` of 0; -2 for a negative descriptor or a null `buf`. */
+ * partition ends or a block fails, and at most 2147483647; -1 when nothing was accepted for one of
+ * these reasons; 0 for a `count` of 0; -2 for a negative descriptor or a null `buf`. */
 KT_EXPORT int flash_write(int fd, const unsigned char *buf, unsigned count);
 
 /* Fills `length` bytes from `offset` on with 0xFF. Both are multiples of 65536;
@@ -149,8 +149,8 @@ KT_EXPORT extern struct flash_area_entry def_area_entry[9];
 KT_EXPORT extern struct flash_area_entry backup_def_area_entry[6];
 KT_EXPORT extern unsigned char def_area_entry_list[8];
 
-/* Moves to the table and returns its offset, T; -1 for a negative descriptor or
- * a device of less than 64 KiB. */
+/* Moves to the table and returns its offset, T; -1 for a negative descriptor, a
+ * device of less than 64 KiB, or a table beyond 2 GiB. */
 KT_EXPORT int get_area_table_offset(int fd);
 
 /* Reads and checks the table; on success the caller frees `table->entries`.
@@ -196,13 +196,16 @@ KT_EXPORT int fl_read_conf(const char *path);
 
 /* Stores the directory in both copies, the backup copy first; a `path` other
  * than /mnt/ramdisk/env/system.conf is copied there before. When system.conf is
- * missing or not valid, nothing is stored and the directory is restored as by
- * fl_read_conf.
+ * then missing or not valid, nothing is stored and the directory is restored as
+ * by fl_read_conf. A save cut off anywhere leaves the old or the new settings to
+ * the next boot; doc/settings-copy.md goes through its steps.
  * Holds an exclusive flock on /tmp/cgi_locker.lock, waiting for it.
  * Returns 0 when the normal copy was stored, whatever became of the backup copy;
- * -1 when the lock fails or system.conf is not valid; -2 when the normal copy
- * could not be written; -3 when the archive could not be made; -4 when its digest
- * could not be computed. */
+ * -1 when the lock fails or system.conf is not valid, and with nothing changed
+ * for a null or over-long `path` (1023 characters) or one that is no regular file
+ * or cannot be copied; -2 when the normal copy could not be written, or with
+ * neither copy touched when the archive does not fit one of them; -3 when the
+ * archive could not be made; -4 when its digest could not be computed. */
 KT_EXPORT int fl_write_conf(const char *path);
 
 /* The same as fl_write_conf. */
@@ -214,7 +217,7 @@ KT_EXPORT int fl_reset_write_conf(const char *path);
  * count, is written only when the other copy already holds the same archive.
  * Returns 0, also when the header was not written for that reason; -1 when
  * there is no directory, system.conf is not valid, the archive cannot be made or
- * the header cannot be written. */
+ * does not fit the partition, or the header cannot be written. */
 KT_EXPORT int kt_flash_set_env(int copy);
 
 /* The number of line feeds of a file up to its end or its first NUL byte; a last

@@ -19,7 +19,8 @@ KT_BEGIN_DECLS
 
 /* ---- Debug trace ------------------------------------------------------ */
 
-/* One traced module. The index of its row is the module number. */
+/* One traced module. The index of its row is the module number. The library
+ * itself reads `name`, `keep` and `level`. */
 typedef struct mod_define_entry {
   const char *name; /* also the module's directory under /tmp/debug */
   int flash_slots;  /* files saved in flash: keep[0] + keep[1] */

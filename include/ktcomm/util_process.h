@@ -104,8 +104,7 @@ KT_EXPORT int SendSignal2PidFromFile(const char *path, int signo);
 KT_EXPORT void SendSignal2Apps(const char *name, int signo);
 
 /* The same to the process found by GetAppsPidBySpecFile. After a signal to
- * "hydra", in upper or lower case, it sleeps 2 seconds: what that program does
- * on a signal takes as long.
+ * "hydra", in upper or lower case, it sleeps 2 seconds.
  * Returns kill's result, 0 when there is no process, -1 for a null `name`. */
 KT_EXPORT int SendSignal2AppsBySpecFile(const char *name, int signo, const char *pid_list);
 
@@ -134,7 +133,7 @@ KT_EXPORT int check_app_filelock(const char *name, const char *path);
 
 /* Shows that this process is alive: makes it listen at 127.0.0.1 on TCP `port` (1
  * to 65535). The socket stays open for the life of the process.
- * Returns 0; -1 when the port is taken or no socket can be made. */
+ * Returns 0; -1 when the port is taken or out of range, or no socket can be made. */
 KT_EXPORT int CFToggleProcessAlive(int port);
 
 /* Whether some process holds the port of CFToggleProcessAlive.
@@ -165,7 +164,7 @@ KT_EXPORT int kt_fsync_byname(const char *path);
  * new and its twin not. */
 KT_EXPORT int write_timestamp_into_file(const char *path);
 
-/* Reads them back into `*seconds`.
+/* Reads them back into `*seconds`, if that is given.
  * Returns 0; 1 when a file cannot be opened, is too short, differs from its twin, or the
  * value is not positive as a signed number. */
 KT_EXPORT int read_timestamp_from_file(const char *path, unsigned *seconds);
