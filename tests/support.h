@@ -2,11 +2,11 @@
 #ifndef KTCOMM_TESTS_SUPPORT_H
 #define KTCOMM_TESTS_SUPPORT_H
 
-#include <dirent.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <stdio.h>
-#include <stdlib.h>
+#include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,26 +14,24 @@
 #include <string>
 #include <vector>
 
+#include "base/unique_dir.h"
+#include "base/unique_file.h"
+
 namespace kt::test {
 
-inline constexpr char kSettings[] = "/mnt/ramdisk/env/system.conf";
-inline constexpr char kDefaults[] = "/etc/def_sys.conf";
+inline constexpr char kSettings[] = "/mnt/ramdisk/env/system.conf", kDefaults[] = "/etc/def_sys.conf";
 
 inline void write_file(const std::string& path, const std::string& content) {
-  FILE* const file = fopen(path.c_str(), "we");
-  ASSERT_NE(file, nullptr) << path;
-  ASSERT_EQ(fwrite(content.data(), 1, content.size(), file), content.size());
-  ASSERT_EQ(fclose(file), 0);
+  unique_file file = open_file(path.c_str(), "we");
+  EXPECT_TRUE(file.ok() && fwrite(content.data(), 1, content.size(), file.get()) == content.size() && file.close())
+      << path;
 }
 
 // The content of a file; "(none)" when there is no such file.
 inline std::string read_file(const std::string& path) {
-  FILE* const file = fopen(path.c_str(), "re");
-  if (file == nullptr) return "(none)";
-  std::string content;
-  char piece[4096];
-  while (const size_t count = fread(piece, 1, sizeof piece, file)) content.append(piece, count);
-  fclose(file);
+  const unique_file file = open_file(path.c_str(), "re");
+  std::string content = file.ok() ? "" : "(none)";
+  for (int c; file.ok() && (c = getc_unlocked(file.get())) != EOF;) content += static_cast<char>(c);
   return content;
 }
 
@@ -42,56 +40,70 @@ inline bool exists(const std::string& path) { return access(path.c_str(), F_OK) 
 // The names in a directory that begin with `prefix`.
 inline std::vector<std::string> files_in(const char* directory, const std::string& prefix = "") {
   std::vector<std::string> names;
-  DIR* const dir = opendir(directory);
-  while (const dirent* entry = dir != nullptr ? readdir(dir) : nullptr) {
-    const std::string name = entry->d_name;
-    if (name != "." && name != ".." && name.rfind(prefix, 0) == 0) names.push_back(name);
+  unique_dir listing(directory);
+  while (const char* const name = listing.next()) {
+    if (*name != '.' && std::string(name).rfind(prefix, 0) == 0) names.push_back(name);
   }
-  if (dir != nullptr) closedir(dir);
   return names;
 }
 
 inline size_t open_descriptors() { return files_in("/proc/self/fd").size(); }
 
-// Runs `body` in a child process; its result is the exit status, or -signal.
-template <typename F>
-int in_child(F body) {
+// Runs `body` in a child process, which ends with its result.
+pid_t start_child(auto body) {
   const pid_t pid = fork();
   if (pid == 0) _exit(body());
+  return pid;
+}
+
+// The exit status of a child, or -signal.
+inline int wait_for_child(pid_t pid) {
   int status = 0;
   waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
+int in_child(auto body) { return wait_for_child(start_child(body)); }
+
 // Runs `body(i)` in `count` processes at once; true when all of them returned 0.
-template <typename F>
-bool in_processes(int count, F body) {
+bool in_processes(int count, auto body) {
   std::vector<pid_t> children;
-  for (int i = 0; i < count; ++i) {
-    const pid_t pid = fork();
-    if (pid == 0) _exit(body(i));
-    children.push_back(pid);
-  }
-  bool all = true;
-  for (const pid_t pid : children) {
-    int status = 0;
-    all = waitpid(pid, &status, 0) == pid && status == 0 && all;
-  }
-  return all;
+  for (int i = 0; i < count; ++i) children.push_back(start_child([&] { return body(i); }));
+  int failed = 0;
+  for (const pid_t pid : children) failed += wait_for_child(pid) != 0;
+  return failed == 0;
+}
+
+// Ends whatever waits in this process with EINTR, again and again until ualarm(0, 0).
+inline void interrupt_every_10_ms() {
+  struct sigaction action = {};
+  action.sa_handler = [](int) {};  // no SA_RESTART
+  sigaction(SIGALRM, &action, nullptr);
+  ualarm(10000, 10000);
+}
+
+// Runs `action`, interrupted all the time, while another process holds the lock
+// at `path`; expects it to wait until that one is killed, and to return 0.
+void expect_waits_for_lock(const char* path, auto action) {
+  const int lock = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  const pid_t holder = start_child([=] { return usleep(200000) + unlink(path) + raise(SIGKILL); });
+  close(lock);
+  interrupt_every_10_ms();
+  EXPECT_EQ(action(), 0);
+  ualarm(0, 0);
+  EXPECT_FALSE(exists(path)) << "did not wait for the last act of the holder";
+  EXPECT_EQ(wait_for_child(holder), -SIGKILL);
 }
 
 // Runs `body` a thousand times, after a first time that may set things up, and
 // expects neither descriptors nor memory to have been kept.
-template <typename F>
-void expect_nothing_kept(const char* name, F body, int rounds = 1000) {
+void expect_nothing_kept(const char* name, auto body, int rounds = 1000) {
   body();
-  const size_t descriptors = open_descriptors();
-  [[maybe_unused]] const size_t heap = mallinfo2().uordblks;
+  const size_t descriptors = open_descriptors(), heap = mallinfo2().uordblks;
   for (int i = 0; i < rounds; ++i) body();
   EXPECT_EQ(open_descriptors(), descriptors) << name;
-#ifndef __SANITIZE_ADDRESS__
   EXPECT_LE(mallinfo2().uordblks, heap + 512) << name;
-#endif
 }
 
 }  // namespace kt::test
