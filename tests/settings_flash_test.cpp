@@ -52,6 +52,7 @@ TEST_F(SettingsFlash, boot_takes_live_settings_else_the_first_intact_copy_else_t
       {"wrong digest", "", spoilt(normal, 23), backup, "backup", 1, "get back up"},
       {"length 0", "", copy_of(""), backup, "backup", 1, "envheader is wrong \n"},
       {"length beyond the partition", "", spoilt(normal, 6), backup, "backup", 1, "get back up"},
+      {"truncated device", "", normal.substr(0, 60), backup, "backup", 1, "get back up"},
       {"both broken", "", spoilt(normal, 99), copy_of("no tar"), "defaults", 1, "get both configuration ERROR\n"},
       {"empty devices", "", "", "", "defaults", 1, "do facotry default directly\n"},
       {"invalid settings in the archive", "", copy(settings_text("\x7F")), backup, "backup", 1, "get back up"},
