@@ -4,7 +4,7 @@ namespace kt {
 namespace {
 
 // What one byte makes of the checksum, its low and its high half: the two
-// tables of the Modbus specification.
+// published tables of Modbus.
 struct Tables {
   unsigned char low[256];
   unsigned char high[256];
