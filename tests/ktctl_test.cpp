@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "base/file_lock.h"
+#include "tests/ktctl_support.h"
 #include "tests/nand_double.h"
 #include "tests/settings_image.h"
 #include "tools/flash_copies.h"
@@ -29,55 +30,6 @@ const std::string kA = "[SYSTEM]\ncfg_ver=1\n[S]\nk=a\n";
 const std::string kB = "[SYSTEM]\ncfg_ver=1\n[S]\nk=b\n";
 const std::string kNotWritten =
     ": not written: the file, /tmp/cgi_locker.lock or a copy of it in /tmp could not be written";
-
-struct Result {
-  int code;  // -signal when one ended it
-  std::string out, err;
-  bool operator==(const Result&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& stream, const Result& r) { return stream << r.code << "\n" << r.out << r.err; }
-
-// One run of the tool in a process group of its own, as a shell would start it.
-class Process {
- public:
-  explicit Process(const std::string& arguments, const char* redirections = "") : pid_(fork()) {
-    const std::string line = "exec ktctl " + arguments + " </dev/null >/tmp/run.out 2>/tmp/run.err " + redirections;
-    if (pid_ != 0) return;
-    setpgid(0, 0);
-    execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
-    _exit(125);
-  }
-  bool ended() { return waitpid(pid_, &status_, WNOHANG) == pid_; }
-  Result wait() {
-    if (status_ < 0) waitpid(pid_, &status_, 0);
-    const int code = WIFEXITED(status_) ? WEXITSTATUS(status_) : -WTERMSIG(status_);
-    return {code, read_file("/tmp/run.out"), read_file("/tmp/run.err")};
-  }
-  pid_t pid() const { return pid_; }
-  bool blocks(int number) const {
-    const std::string status = read_file("/proc/" + std::to_string(pid_) + "/status");
-    const size_t mask = status.find("SigBlk:");
-    return mask != std::string::npos && (stoull(status.substr(mask + 8), nullptr, 16) >> (number - 1) & 1) != 0;
-  }
-
- private:
-  pid_t pid_;
-  int status_ = -1;
-};
-
-Result ktctl(const std::string& arguments, const char* redirections = "") {
-  return Process(arguments, redirections).wait();
-}
-
-// What is said on standard error, "@" standing for the settings file.
-std::string message(const std::string& text) {
-  return text.empty() ? "" : "ktctl: " + (text[0] == '@' ? kSettings + text.substr(1) : text) + "\n";
-}
-
-void expect_run(const std::string& arguments, int code, const std::string& out, const std::string& err) {
-  EXPECT_EQ(ktctl(arguments), (Result{code, out, message(err)})) << arguments;
-}
 
 std::string partition(int copy) { return read_file(kPartitions[copy]); }
 
@@ -149,8 +101,8 @@ TEST_F(Ktctl, prints_and_changes_exactly_what_it_says) {
       {"show --file", 2, "", "--file: what follows is missing"},
       {"get NET", 2, "", "get takes SECTION KEY; see ktctl get --help"},
       {"save x", 2, "", "save takes no arguments; see ktctl save --help"},
-      {"reset --file x", 2, "", "reset does not take this option; see ktctl reset --help"},
-      {"show --crc16", 2, "", "show does not take this option; see ktctl show --help"},
+      {"reset --file x", 2, "", "reset does not take --file; see ktctl reset --help"},
+      {"show --crc16", 2, "", "show does not take --crc16; see ktctl show --help"},
   };
   write_file("/tmp/flat", "top=1\n[S]\nk=-v");
   for (const auto& c : kCases) {

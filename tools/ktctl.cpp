@@ -1,147 +1,132 @@
-// ktctl.cpp - the command line: options, the table of commands, their help.
+// ktctl.cpp - the command line: options, finding the command, help.
 #include "tools/ktctl.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <getopt.h>
-#include <limits.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
 #include "base/paths.h"
 #include "base/unique_fd.h"
+#include "tools/command_table.h"
 
 namespace kt::tools {
 namespace {
 
-enum Trait : unsigned {
-  kTakesFile = 1,
-  kTakesDigest = 2,
-  kOutputMayGetLost = 4,  // what it does counts, not what it says of it
-};
+constexpr unsigned kOptionCount = static_cast<unsigned>(Option::kCount);
 
-struct Command {
+struct OptionText {
   const char* name;
-  const char* arguments;
+  const char* argument;  // null for an option that takes none
   const char* summary;
-  int (*run)(const Request&);
-  int fewest;
-  int most;
-  unsigned traits;
-  const char* details;
 };
 
-constexpr Command kCommands[] = {
-    {"get", "SECTION KEY", "print one value", get_value, 2, 2, kTakesFile,
-     "Prints the value and a line feed. A key that the file lacks is looked up in\n"
-     "/etc/def_sys.conf. An empty SECTION means the keys before the first section.\n"},
-    {"set", "SECTION KEY VALUE", "set one value", set_value, 3, 3, kTakesFile,
-     "Makes the file, the section or the key where missing. What a save could not\n"
-     "store is refused: bytes other than printable ASCII, a line of more than 511\n"
-     "characters. Only `ktctl save` makes the change outlive a power cut.\n"},
-    {"unset-section", "SECTION", "remove a section and its keys", unset_section, 1, 1, kTakesFile,
-     "The file's permissions become 666.\n"},
-    {"rename-section", "OLD NEW", "give a section another name", rename_section, 2, 2, kTakesFile,
-     "Refused when there is a section NEW already.\n"},
-    {"show", "[SECTION]", "print the settings, or one section's lines", show_settings, 0, 1,
-     kTakesFile, ""},
-    {"save", "", "store the settings in both flash copies", save_settings, 0, 0, kTakesFile,
-     "With --file, PATH becomes the camera's settings first. Settings that cannot be\n"
-     "stored are refused and left as they are. Signals wait until the flash is whole.\n"
-     "Exit code 4 also when only the normal copy could be written: it holds the\n"
-     "settings, but a power cut in the next save may lose them.\n"},
-    {"restore", "", "bring the settings back from flash, as a boot does", restore_settings, 0, 0,
-     kOutputMayGetLost,
-     "Then repairs a copy that is broken, or holds other settings than those that a\n"
-     "boot takes, from the other one, and prints a line for each copy. Settings that\n"
-     "are on the RAM disk already are kept.\n"},
-    {"reset", "", "return to the factory defaults, in both flash copies, too", reset_settings, 0, 0,
-     0, ""},
-    {"flash", "", "show both flash copies and which one a boot takes", show_flash, 0, 0, 0,
-     "Exit code 0 when both are intact and equal, else 1.\n"},
-    {"trace", "[MODULE [SUB]]", "list the trace modules, or print a trace file", show_trace, 0, 2,
-     0,
-     "MODULE is a name or a number, SUB is 0 or 1 and 0 when left out. Prints the\n"
-     "file that is being written, without the older ones.\n"},
-    {"hash", "FILE...", "print digests of files, as md5sum does", hash_files, 1, INT_MAX,
-     kTakesDigest,
-     "A FILE of - is standard input. MD5 unless one of these is given:\n"
-     "  --sha256       SHA-256\n"
-     "  --crc16        CRC-16, for files of at most 65535 bytes\n"},
+// In the order of `Option`.
+constexpr OptionText kOptions[] = {
+    {"file", "PATH", "another settings file than /mnt/ramdisk/env/system.conf"},
+    {"sha256", nullptr, "SHA-256"},
+    {"crc16", nullptr, "CRC-16"},
 };
+static_assert(sizeof kOptions / sizeof kOptions[0] == kOptionCount);
 
 constexpr char kExitCodes[] =
     "Exit codes: 0 done, 1 not found or different, 2 wrong usage, 3 input refused,\n"
     "4 system error.\n";
 
-const Command* find_command(const char* name) {
-  for (const Command& command : kCommands) {
-    if (strcmp(command.name, name) == 0) return &command;
+// ---- Finding the command --------------------------------------------------
+
+// The words of a command's name that `words` begins with: 1 or 2; 0 for none.
+int words_matched(const Command& command, int count, char** words) {
+  const size_t length = strcspn(command.name, " ");
+  if (count < 1 || strncmp(command.name, words[0], length) != 0 || words[0][length] != '\0') {
+    return 0;
   }
-  return nullptr;
+  if (command.name[length] == '\0') return 1;
+  return count >= 2 && strcmp(command.name + length + 1, words[1]) == 0 ? 2 : 0;
 }
 
-void print_help() {
-  (void)printf(
-      "usage: ktctl [--file PATH] COMMAND [ARGUMENT...]\n"
-      "       ktctl COMMAND --help\n\n"
-      "The settings of the camera, their copies in flash, traces and digests.\n\n");
-  for (const Command& command : kCommands) {
-    (void)printf("  %-14s %-18s %s\n", command.name, command.arguments, command.summary);
-  }
-  (void)printf(
-      "\n"
-      "  --file PATH    another settings file than %s\n"
-      "  --help         this text, or that of a command\n\n"
-      "Options stand before the arguments.\n%s",
-      paths::kSettings, kExitCodes);
+bool is_of_group(const Command& command, const char* group) {
+  const size_t length = strlen(group);
+  return strncmp(command.name, group, length) == 0 && command.name[length] == ' ';
 }
 
-void print_help_of(const Command& command) {
-  const char* const options = (command.traits & kTakesFile) != 0     ? " [--file PATH]"
-                              : (command.traits & kTakesDigest) != 0 ? " [--sha256 | --crc16]"
-                                                                     : "";
-  const char* const blank = command.arguments[0] != '\0' ? " " : "";
-  (void)printf("usage: ktctl %s%s%s%s - %s\n%s%s", command.name, options, blank, command.arguments,
-               command.summary, command.details, kExitCodes);
+bool is_group(const char* word) {
+  for (const Command& command : all_commands()) {
+    if (is_of_group(command, word)) return true;
+  }
+  return false;
 }
 
 struct CommandLine {
   const Command* command = nullptr;
+  const char* group = nullptr;  // named without a command of it
   bool help = false;
-  bool file_given = false;
-  bool digest_given = false;
+  unsigned options = 0;
   Request request;
+};
+
+// Sets what the words name and `optind` behind them; false when it is unknown. A
+// command of two words goes before one of the first of them alone.
+bool find_command(int argc, char** argv, CommandLine& line) {
+  int most_words = 0;
+  for (const Command& command : all_commands()) {
+    const int words = words_matched(command, argc - optind, argv + optind);
+    if (words <= most_words) continue;
+    line.command = &command;
+    most_words = words;
+  }
+  optind += most_words;
+  if (most_words != 0) return true;
+  const char* const word = argv[optind];
+  const bool alone = argc - optind < 2 || argv[optind + 1][0] == '-';
+  if (is_group(word) && alone) {
+    line.group = word;
+    ++optind;
+    return true;
+  }
+  if (is_group(word)) {
+    (void)fail(kUsage, "%s %s: there is no such command; see ktctl %s --help", word,
+               argv[optind + 1], word);
+  } else {
+    (void)fail(kUsage, "%s: there is no such command; see ktctl --help", word);
+  }
+  return false;
+}
+
+// ---- Options --------------------------------------------------------------
+
+struct LongOptions {
+  static constexpr int kHelp = 'h';
+  static constexpr int kFirst = 256;
+
+  LongOptions() {
+    for (unsigned i = 0; i < kOptionCount; ++i) {
+      const int argument = kOptions[i].argument != nullptr ? required_argument : no_argument;
+      rows[i] = {kOptions[i].name, argument, nullptr, kFirst + static_cast<int>(i)};
+    }
+    rows[kOptionCount] = {"help", no_argument, nullptr, kHelp};
+  }
+
+  option rows[kOptionCount + 2] = {};
 };
 
 // Reads options up to the first argument; false when one is wrong.
 bool read_options(int argc, char** argv, CommandLine& line) {
-  enum : int { kHelp = 'h', kFile = 256, kSha256, kCrc16 };
-  static constexpr option kOptions[] = {{"help", no_argument, nullptr, kHelp},
-                                        {"file", required_argument, nullptr, kFile},
-                                        {"sha256", no_argument, nullptr, kSha256},
-                                        {"crc16", no_argument, nullptr, kCrc16},
-                                        {nullptr, 0, nullptr, 0}};
+  const LongOptions options;
   int found;
-  while ((found = getopt_long(argc, argv, "+:h", kOptions, nullptr)) != -1) {
-    switch (found) {
-      case kHelp:
-        line.help = true;
-        break;
-      case kFile:
-        line.file_given = true;
-        line.request.file = optarg;
-        break;
-      case kSha256:
-      case kCrc16:
-        line.digest_given = true;
-        line.request.digest = found == kSha256 ? Digest::kSha256 : Digest::kCrc16;
-        break;
-      default:
-        (void)fail(kUsage, "%s: %s", argv[optind - 1],
-                   found == ':' ? "what follows is missing" : "there is no such option");
-        return false;
+  while ((found = getopt_long(argc, argv, "+:h", options.rows, nullptr)) != -1) {
+    if (found == LongOptions::kHelp) {
+      line.help = true;
+    } else if (found >= LongOptions::kFirst) {
+      const unsigned index = static_cast<unsigned>(found - LongOptions::kFirst);
+      line.options |= 1u << index;
+      line.request.values[index] = optarg != nullptr ? optarg : kOptions[index].name;
+    } else {
+      (void)fail(kUsage, "%s: %s", argv[optind - 1],
+                 found == ':' ? "what follows is missing" : "there is no such option");
+      return false;
     }
   }
   return true;
@@ -150,20 +135,56 @@ bool read_options(int argc, char** argv, CommandLine& line) {
 // Options may stand on either side of the command's name.
 bool read_command_line(int argc, char** argv, CommandLine& line) {
   opterr = 0;
-  line.request.file = paths::kSettings;
   if (!read_options(argc, argv, line)) return false;
   if (optind == argc) return true;
-  line.command = find_command(argv[optind]);
-  if (line.command == nullptr) {
-    (void)fail(kUsage, "%s: there is no such command; see ktctl --help", argv[optind]);
-    return false;
-  }
-  ++optind;
-  if (!read_options(argc, argv, line)) return false;
+  if (!find_command(argc, argv, line) || !read_options(argc, argv, line)) return false;
+  const char* const file = line.request.value(Option::kFile);
+  line.request.file = file != nullptr ? file : paths::kSettings;
   line.request.count = argc - optind;
   line.request.arguments = argv + optind;
   return true;
 }
+
+// ---- Help -----------------------------------------------------------------
+
+void print_summaries(const char* group) {
+  for (const Command& command : all_commands()) {
+    if (group != nullptr && !is_of_group(command, group)) continue;
+    const int padding = 33 - static_cast<int>(strlen(command.name));
+    (void)printf("  %s %-*s %s\n", command.name, padding, command.arguments, command.summary);
+  }
+}
+
+void print_help() {
+  (void)printf(
+      "usage: ktctl COMMAND [OPTION...] [ARGUMENT...]\n"
+      "       ktctl COMMAND --help\n\n"
+      "The camera's settings, their copies in flash, and what its programs keep.\n\n");
+  print_summaries(nullptr);
+  (void)printf("\nOptions stand before the arguments.\n%s", kExitCodes);
+}
+
+void print_help_of_group(const char* group) {
+  (void)printf("usage: ktctl %s COMMAND [OPTION...] [ARGUMENT...]\n\n", group);
+  print_summaries(group);
+  (void)printf("\n%s", kExitCodes);
+}
+
+void print_help_of(const Command& command) {
+  (void)printf("usage: ktctl %s", command.name);
+  if (command.options != 0) (void)printf(" [OPTION...]");
+  if (command.arguments[0] != '\0') (void)printf(" %s", command.arguments);
+  (void)printf(" - %s\n%s", command.summary, command.details);
+  for (unsigned i = 0; i < kOptionCount; ++i) {
+    if ((command.options & (1u << i)) == 0) continue;
+    const char* const argument = kOptions[i].argument != nullptr ? kOptions[i].argument : "";
+    const int padding = 18 - static_cast<int>(strlen(kOptions[i].name));
+    (void)printf("  --%s %-*s %s\n", kOptions[i].name, padding, argument, kOptions[i].summary);
+  }
+  (void)printf("%s", kExitCodes);
+}
+
+// ---- Running --------------------------------------------------------------
 
 int run_command(const CommandLine& line) {
   const Command& command = *line.command;
@@ -171,10 +192,10 @@ int run_command(const CommandLine& line) {
     return fail(kUsage, "%s takes %s; see ktctl %s --help", command.name,
                 command.most == 0 ? "no arguments" : command.arguments, command.name);
   }
-  if ((line.file_given && (command.traits & kTakesFile) == 0) ||
-      (line.digest_given && (command.traits & kTakesDigest) == 0)) {
-    return fail(kUsage, "%s does not take this option; see ktctl %s --help", command.name,
-                command.name);
+  for (unsigned i = 0; i < kOptionCount; ++i) {
+    if ((line.options & ~command.options & (1u << i)) == 0) continue;
+    return fail(kUsage, "%s does not take --%s; see ktctl %s --help", command.name,
+                kOptions[i].name, command.name);
   }
   return command.run(line.request);
 }
@@ -186,15 +207,27 @@ int finish_output(int code, bool may_get_lost) {
   return fail(kSystemError, "standard output: %s", strerror(errno));
 }
 
+int print_wanted_help(const CommandLine& line) {
+  if (line.command != nullptr) {
+    print_help_of(*line.command);
+  } else if (line.group != nullptr) {
+    print_help_of_group(line.group);
+  } else {
+    print_help();
+  }
+  return finish_output(kDone, false);
+}
+
 int run(int argc, char** argv) {
   CommandLine line;
   if (!read_command_line(argc, argv, line)) return kUsage;
-  if (line.help) {
-    line.command != nullptr ? print_help_of(*line.command) : print_help();
-    return finish_output(kDone, false);
+  if (line.help) return print_wanted_help(line);
+  if (line.group != nullptr) {
+    return fail(kUsage, "%s: no command of this group; see ktctl %s --help", line.group,
+                line.group);
   }
   if (line.command == nullptr) return fail(kUsage, "no command; see ktctl --help");
-  return finish_output(run_command(line), (line.command->traits & kOutputMayGetLost) != 0);
+  return finish_output(run_command(line), line.command->output_may_get_lost);
 }
 
 // With one of the three closed, the next file opened would take its place and

@@ -7,15 +7,29 @@ namespace kt::tools {
 // 5 is kept free for a lock that is not had in time.
 enum ExitCode : int { kDone = 0, kNotFound = 1, kUsage = 2, kRefused = 3, kSystemError = 4 };
 
-enum class Digest { kMd5, kSha256, kCrc16 };
+// Options; ktctl.cpp has their names and the commands' table says which one takes
+// which.
+enum class Option : unsigned { kFile, kSha256, kCrc16, kCount };
+
+// A set of options, as the commands' table writes it: takes(a) | takes(b).
+constexpr unsigned takes(Option option) {
+  return 1u << static_cast<unsigned>(option);
+}
 
 // The command line behind the command's name. There are as many arguments as
 // the command's table row allows.
 struct Request {
   const char* file = nullptr;  // --file, or the camera's settings
-  Digest digest = Digest::kMd5;
   int count = 0;
   char** arguments = nullptr;
+  const char* values[static_cast<unsigned>(Option::kCount)] = {};
+
+  // What followed an option; the option's own text for one that takes nothing;
+  // null when it was not given.
+  [[nodiscard]] const char* value(Option option) const {
+    return values[static_cast<unsigned>(option)];
+  }
+  [[nodiscard]] bool has(Option option) const { return value(option) != nullptr; }
 };
 
 // Prints "ktctl: " and the message to standard error and returns `code`.

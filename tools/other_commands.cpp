@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <charconv>
 #include <optional>
 
 #include "base/io.h"
@@ -17,6 +16,7 @@
 #include "base/unique_fd.h"
 #include "base/unique_malloc.h"
 #include "tools/ktctl.h"
+#include "tools/number.h"
 
 namespace kt::tools {
 namespace {
@@ -67,14 +67,6 @@ int list_modules() {
     }
   }
   return kDone;
-}
-
-std::optional<int> parse_number(const char* text) {
-  int number = 0;
-  const char* const end = text + strlen(text);
-  const auto [rest, error] = std::from_chars(text, end, number);
-  if (error != std::errc() || rest != end) return std::nullopt;
-  return number;
 }
 
 std::optional<int> find_module(const char* text) {
@@ -162,26 +154,20 @@ void append_hex(HexDigest& text, const unsigned char* bytes, size_t size) {
   return true;
 }
 
-[[nodiscard]] bool compute(Digest digest, int fd, HexDigest& text) {
-  switch (digest) {
-    case Digest::kSha256:
-      return hash_sha256(fd, text);
-    case Digest::kCrc16:
-      return hash_crc16(fd, text);
-    case Digest::kMd5:
-      break;
-  }
+[[nodiscard]] bool compute(const Request& request, int fd, HexDigest& text) {
+  if (request.has(Option::kSha256)) return hash_sha256(fd, text);
+  if (request.has(Option::kCrc16)) return hash_crc16(fd, text);
   return hash_md5(fd, text);
 }
 
-int hash_file(Digest digest, const char* name) {
+int hash_file(const Request& request, const char* name) {
   unique_fd opened;
   if (strcmp(name, "-") != 0) {
     opened = open_fd(name, O_RDONLY);
     if (!opened.ok()) return fail_errno(name);
   }
   HexDigest text;
-  if (!compute(digest, opened.ok() ? opened.get() : STDIN_FILENO, text)) {
+  if (!compute(request, opened.ok() ? opened.get() : STDIN_FILENO, text)) {
     return errno == EFBIG ? fail(kRefused, "%s: too long for this digest", name) : fail_errno(name);
   }
   (void)printf("%s  %s\n", text.c_str(), name);
@@ -206,7 +192,7 @@ int show_trace(const Request& request) {
 int hash_files(const Request& request) {
   int worst = kDone;
   for (int i = 0; i < request.count; ++i) {
-    const int code = hash_file(request.digest, request.arguments[i]);
+    const int code = hash_file(request, request.arguments[i]);
     if (code > worst) worst = code;
   }
   return worst;

@@ -94,6 +94,10 @@ bool check_assignment(const char* file, const Section& section, const char* key,
   return false;
 }
 
+bool check_value(const char* where, const char* value) {
+  return check_bytes(where, "value", value);
+}
+
 bool check_path(const char* path) {
   constexpr char kHarmless[] =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-+,:=@%";

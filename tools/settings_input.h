@@ -37,6 +37,10 @@ class Section {
 [[nodiscard]] bool check_assignment(const char* file, const Section& section, const char* key,
                                     const char* value);
 
+// Whether `value`, of the field that `where` names, holds bytes only that a save
+// stores.
+[[nodiscard]] bool check_value(const char* where, const char* value);
+
 // Whether the path of a file to be written survives the shell, which it reaches.
 [[nodiscard]] bool check_path(const char* path);
 

@@ -1,0 +1,76 @@
+#include "tools/fields.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include <string_view>
+
+#include "tools/ktctl.h"
+#include "tools/number.h"
+#include "tools/settings_input.h"
+
+namespace kt::tools {
+namespace {
+
+const Field* find_field(std::span<const Field> fields, std::string_view name) {
+  for (const Field& field : fields) {
+    if (name == field.name) return &field;
+  }
+  return nullptr;
+}
+
+int set_number(const Field& field, const char* text, char* place) {
+  const auto number = parse_number(text);
+  if (!number || *number < field.lowest || *number > field.highest) {
+    return fail(kRefused, "%s: %s: a number from %d to %d is wanted", field.name, text,
+                field.lowest, field.highest);
+  }
+  memcpy(place, &*number, sizeof *number);
+  return kDone;
+}
+
+int set_text(const Field& field, const char* text, char* place) {
+  const size_t length = strlen(text);
+  if (length >= field.size) {
+    return fail(kRefused, "%s: more than %zu characters", field.name, field.size - 1);
+  }
+  if (!check_value(field.name, text)) return kRefused;
+  memset(place, 0, field.size);
+  memcpy(place, text, length);
+  return kDone;
+}
+
+}  // namespace
+
+void print_fields(std::span<const Field> fields, const void* record) {
+  for (const Field& field : fields) {
+    const char* const place = static_cast<const char*>(record) + field.offset;
+    if (field.size != 0) {
+      (void)printf("%s=%.*s\n", field.name, static_cast<int>(field.size), place);
+      continue;
+    }
+    int number;
+    memcpy(&number, place, sizeof number);
+    (void)printf("%s=%d\n", field.name, number);
+  }
+}
+
+int set_fields(std::span<const Field> fields, std::span<char* const> assignments, void* record) {
+  for (const char* const assignment : assignments) {
+    const char* const equals = strchr(assignment, '=');
+    if (equals == nullptr) return fail(kUsage, "%s: NAME=VALUE is wanted", assignment);
+    const size_t length = static_cast<size_t>(equals - assignment);
+    const Field* const field = find_field(fields, std::string_view(assignment, length));
+    if (field == nullptr) {
+      return fail(kUsage, "%.*s: there is no such field", static_cast<int>(length), assignment);
+    }
+    char* const place = static_cast<char*>(record) + field->offset;
+    const char* const value = equals + 1;
+    const int code =
+        field->size != 0 ? set_text(*field, value, place) : set_number(*field, value, place);
+    if (code != kDone) return code;
+  }
+  return kDone;
+}
+
+}  // namespace kt::tools

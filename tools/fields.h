@@ -1,0 +1,40 @@
+// fields.h - records as NAME=VALUE, one field a line or an argument.
+#ifndef KTCOMM_TOOLS_FIELDS_H
+#define KTCOMM_TOOLS_FIELDS_H
+
+#include <stddef.h>
+
+#include <span>
+
+namespace kt::tools {
+
+// One `int` of a record, with the numbers that will do, or one array of
+// characters, `size` bytes with the NUL.
+struct Field {
+  const char* name;
+  size_t offset;
+  size_t size;  // 0 for a number
+  int lowest;
+  int highest;
+};
+
+constexpr Field number_field(const char* name, size_t offset, int lowest, int highest) {
+  return {name, offset, 0, lowest, highest};
+}
+constexpr Field text_field(const char* name, size_t offset, size_t size) {
+  return {name, offset, size, 0, 0};
+}
+
+// Prints "NAME=VALUE\n" for each field of `record`.
+void print_fields(std::span<const Field> fields, const void* record);
+
+// Puts the values of `assignments`, each "NAME=VALUE", into `record`. Returns
+// kDone, or the exit code after it has said what is wrong: kUsage for a field
+// that there is not, kRefused for a value that will not do. `record` may then
+// have been changed in part.
+[[nodiscard]] int set_fields(std::span<const Field> fields, std::span<char* const> assignments,
+                             void* record);
+
+}  // namespace kt::tools
+
+#endif
