@@ -53,6 +53,11 @@ inline constexpr char kCardOperationLock[] = "/tmp/mmcsd_sdop.lock";
 inline constexpr char kCardFormatLock[] = "/tmp/mmcsd_sdfmt.lock";
 inline constexpr char kCardWriteLock[] = "/tmp/sd_write.lock";
 
+// Accounts and clock
+inline constexpr char kAuth[] = "/usr/local/bin/auth";
+inline constexpr char kTimeControl[] = "/usr/local/bin/kt_time_control";
+inline constexpr char kTimeRetry[] = "/tmp/ntp_retry";
+
 // System
 inline constexpr char kPartitions[] = "/proc/partitions";
 inline constexpr char kMounts[] = "/proc/mounts";

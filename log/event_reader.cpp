@@ -47,15 +47,14 @@ class HeapText {
   size_t size_ = 0;
 };
 
-// Reads "TIME MESSAGE"; false for any other line. The message may be empty, so
-// that an entry without text does not hide those behind it.
+// Reads "TIME MESSAGE"; false for any other line.
 bool parse(const Line& line, Event& event) {
   char* rest = nullptr;
   event.time = strtol(line, &rest, 10);
-  if (rest == line || *rest == '\0' || *rest == '\n') return false;
+  if (rest == line) return false;
   while (isspace(static_cast<unsigned char>(*rest)) != 0) ++rest;
   event.message = {rest, strcspn(rest, "\n")};
-  return true;
+  return !event.message.empty();
 }
 
 Date format_date(long time, int iso, int date_format) {

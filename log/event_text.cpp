@@ -2,10 +2,10 @@
 
 #include <time.h>
 
+#include "base/local_time.h"
 #include "base/paths.h"
 #include "base/unique_file.h"
 #include "ktcomm/config.h"
-#include "log/local_time.h"
 #include "log/syslog_settings.h"
 
 namespace kt {

@@ -2,7 +2,6 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <optional>
@@ -10,6 +9,7 @@
 
 #include "base/io.h"
 #include "base/paths.h"
+#include "base/pause.h"
 #include "base/scope_exit.h"
 #include "base/shell.h"
 #include "base/string_buffer.h"
@@ -26,10 +26,10 @@ bool open_event_log(FlockFile& log) {
 }
 
 bool lock_event_log(FlockFile& log, int tries) {
-  constexpr struct timespec kPause = {0, 10'000'000};
+  constexpr unsigned kPauseMs = 10;
   for (; tries > 0; --tries) {
     if (log.lock_at_once()) return true;
-    (void)::nanosleep(&kPause, nullptr);
+    pause_ms(kPauseMs);
   }
   return false;
 }
@@ -67,26 +67,33 @@ bool write_at_end(int fd, off_t offset, std::string_view text) {
   return false;
 }
 
+// How many of the log's `size` bytes stay when `room` is left for them: whole lines
+// only, so that a piece that a killed writer has left at the end goes, too. What
+// fits and has no line feed at all stays.
+std::optional<size_t> bytes_to_keep(const char* content, size_t size, size_t room) {
+  const std::string_view fitting(content, size < room ? size : room);
+  const size_t lines = fitting.rfind('\n') + 1;  // 0 when there is none
+  if (lines != 0) return lines;
+  if (size > room) return std::nullopt;
+  return size;
+}
+
 // Puts `text` in front of the log's `size` bytes, moving them in place. The old
-// end is cut off first, behind the last line that will still fit, so that the
-// file never grows beyond its limit. Then the file is made longer by a write:
-// on a full file system that fails, where touching a page of the mapping that
-// has no memory would kill the process.
+// end is cut off first, so that the file never grows beyond its limit. Then the file is made longer
+// by a write: on a full file system that fails, where touching a page of the mapping that has no
+// memory would kill the process.
 bool insert_in_front(int fd, off_t size, std::string_view text) {
   void* const mapping = ::mmap(nullptr, kLogLimit, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   if (mapping == MAP_FAILED) return false;
   const ScopeExit unmap([=] { (void)::munmap(mapping, kLogLimit); });
   char* const content = static_cast<char*>(mapping);
 
-  size_t kept = kLogLimit - text.size();
-  if (size > static_cast<off_t>(kept)) {
-    kept = std::string_view(content, kept).rfind('\n') + 1;  // 0 when there is none
-    if (kept == 0 || ::ftruncate(fd, static_cast<off_t>(kept)) != 0) return false;
-  } else {
-    kept = static_cast<size_t>(size);
-  }
-  if (!write_at_end(fd, static_cast<off_t>(kept), text)) return false;
-  memmove(content + text.size(), content, kept);
+  const auto kept = bytes_to_keep(content, static_cast<size_t>(size), kLogLimit - text.size());
+  if (!kept) return false;
+  const auto end = static_cast<off_t>(*kept);
+  if (end != size && ::ftruncate(fd, end) != 0) return false;
+  if (!write_at_end(fd, end, text)) return false;
+  memmove(content + text.size(), content, *kept);
   memcpy(content, text.data(), text.size());
   return true;
 }

@@ -10,6 +10,7 @@
 
 #include "base/file_lock.h"
 #include "base/io.h"
+#include "base/local_time.h"
 #include "base/paths.h"
 #include "base/scope_exit.h"
 #include "base/string_buffer.h"
@@ -17,7 +18,6 @@
 #include "ktcomm/log.h"
 #include "ktcomm/util_process.h"
 #include "log/datagram.h"
-#include "log/local_time.h"
 
 namespace kt {
 namespace {

@@ -43,7 +43,7 @@ class CrontabCopy {
   [[nodiscard]] bool create();
 
   // Takes over the lines of `source` but for those whose first piece
-  // `is_unwanted`; false when not all of `source` could be read.
+  // `is_unwanted`; false when not all of `source` could be read or kept.
   template <typename F>
   [[nodiscard]] bool take_lines(FILE* source, F is_unwanted) {
     CrontabPiece piece;
@@ -51,16 +51,15 @@ class CrontabCopy {
     bool wanted = false;
     while (piece.read(source)) {
       if (at_line_start) wanted = !is_unwanted(piece);
-      if (wanted) write(piece.view());
+      if (wanted && !write(piece.view())) return false;
       at_line_start = piece.ends_line();
     }
     unfinished_ = wanted && !at_line_start;
     return ferror(source) == 0;
   }
 
-  void add_line(std::string_view line) {
-    if (unfinished_) write("\n");
-    write(line);
+  [[nodiscard]] bool add_line(std::string_view line) {
+    return (!unfinished_ || write("\n")) && write(line);
   }
 
   // Ends the writing and puts the content into the crontab; false when anything
@@ -68,8 +67,9 @@ class CrontabCopy {
   [[nodiscard]] bool put_in_place();
 
  private:
-  // put_in_place notices what is lost here.
-  void write(std::string_view text) { (void)fwrite(text.data(), 1, text.size(), stream_.get()); }
+  [[nodiscard]] bool write(std::string_view text) {
+    return fwrite(text.data(), 1, text.size(), stream_.get()) == text.size();
+  }
 
   StringBuffer<17> path_;
   unique_file stream_;

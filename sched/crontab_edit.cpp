@@ -1,6 +1,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <utility>
 
@@ -26,11 +27,15 @@ constexpr size_t kBlanksBeforeCommand = 6;
 
 enum : int { kNotReplaced = -1, kInvalidRecord = -2, kNotCreated = -3 };
 
-// A last line without line feed counts as if it had one: adding a job twice
-// must not make it run twice.
 bool is_line(const CrontabPiece& piece, std::string_view line) {
-  if (!piece.ends_line() && piece.reaches_line_end()) line.remove_suffix(1);
   return piece.view() == line;
+}
+
+// The same for a last line that lacks its line feed, which it is about to get: a
+// job that is added twice must not run twice.
+bool will_be_line(const CrontabPiece& piece, std::string_view line) {
+  if (!piece.ends_line()) line.remove_suffix(1);
+  return is_line(piece, line);
 }
 
 // A word that reaches the end of a piece may go on in the next one.
@@ -49,7 +54,10 @@ bool is_missing(int error) {
 
 [[nodiscard]] bool create_with_header() {
   const unique_fd crontab = open_fd(paths::kCrontab, O_WRONLY | O_CREAT | O_TRUNC, kCrontabMode);
-  return crontab.ok() && write_fully(crontab.get(), kHeader, sizeof kHeader - 1);
+  if (!crontab.ok()) return false;
+  if (write_fully(crontab.get(), kHeader, sizeof kHeader - 1)) return true;
+  (void)::unlink(paths::kCrontab);  // part of a header is no crontab
+  return false;
 }
 
 // Rewrites the crontab from the lines of `source` (null has none) but for the
@@ -60,7 +68,7 @@ int rewrite(unique_file source, F is_unwanted, std::string_view added) {
   if (!copy.create()) return kNotCreated;
   if (source.ok() && !copy.take_lines(source.get(), is_unwanted)) return kNotReplaced;
   source.reset();
-  if (!added.empty()) copy.add_line(added);
+  if (!added.empty() && !copy.add_line(added)) return kNotReplaced;
   return copy.put_in_place() ? 0 : kNotReplaced;
 }
 
@@ -75,8 +83,8 @@ int add_line(SchdEntry* entry, int linear) {
     if (!create_with_header()) return kNotCreated;
   }
   return rewrite(
-      std::move(crontab), [&](const CrontabPiece& piece) { return is_line(piece, line.view()); },
-      line.view());
+      std::move(crontab),
+      [&](const CrontabPiece& piece) { return will_be_line(piece, line.view()); }, line.view());
 }
 
 template <typename F>

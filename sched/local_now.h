@@ -4,14 +4,12 @@
 
 #include <time.h>
 
+#include "base/local_time.h"
+
 namespace kt {
 
-// Sunday 00:00 when the local time cannot be told.
 [[nodiscard]] inline struct tm local_now() {
-  const time_t now = ::time(nullptr);
-  struct tm result = {};
-  if (::localtime_r(&now, &result) == nullptr) result = {};
-  return result;
+  return local_time(::time(nullptr));
 }
 
 // 0 to 1439.

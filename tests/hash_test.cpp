@@ -86,9 +86,8 @@ TEST(Hashes, every_length_and_every_split_agree_with_the_judge) {
       {EVP_md5(), digest<md5_ctx, kt_md5_init, kt_md5_update, kt_md5_final>},
       {EVP_sha224(), digest<SHA256Context, SHA224Reset, SHA224Input, SHA224Result>},
       {EVP_sha256(), digest<SHA256Context, SHA256Reset, SHA256Input, SHA256Result>}};
-  const Bytes whole = pattern(200), million(1000000, 'a');
+  const Bytes whole = pattern(200);
   for (const auto& [kind, run] : kHashes) {
-    EXPECT_EQ(run(million, 0, 1000), judge(kind, million));
     for (size_t length = 0; length <= 200; ++length) {
       for (const size_t step : {1U, 63U, 64U, 65U, 200U}) {
         ASSERT_EQ(run(pattern(length), 0, step), judge(kind, pattern(length))) << length << "," << step;

@@ -1,13 +1,12 @@
 #include <string.h>
-#include <time.h>
 
+#include "base/local_time.h"
 #include "base/string_buffer.h"
 #include "ktcomm/util_time.h"
 
 int get_time_iso8601_string(char* out, int size, long time) {
-  const time_t seconds = time;
   struct tm local;
-  if (out == nullptr || ::localtime_r(&seconds, &local) == nullptr) return -1;
+  if (out == nullptr || !kt::to_local_time(time, local)) return -1;
 
   const long east_minutes = local.tm_gmtoff / 60;
   const long minutes = east_minutes < 0 ? -east_minutes : east_minutes;

@@ -90,9 +90,10 @@ KT_EXPORT int DEBUGWriteConfigData(const DebugConfig *config);
 /* The log is /tmp/debug/user/nc.log: at most 16384 bytes, one line an entry,
  * newest first. Its writers take an exclusive flock on it and give up with -1
  * after 10 tries in 0.1 second; its readers take none and may see an entry half
- * moved. A writer killed on the way may have lost its own entry and the oldest,
- * doubled an entry or torn one; readers show what is newer than a torn entry
- * and may stop there, and writers go on. */
+ * moved. A writer killed on the way may have lost its own entry and the oldest, left its own
+ * as the oldest, doubled some, torn one, or lost the note of the overflow; every other
+ * entry that fits stays. Readers show what is newer than a torn entry and may stop
+ * there, and writers go on. */
 
 /* Adds message `number` of section `category` in the catalogue /etc/logfile, a
  * printf format of at most 256 characters for the arguments that follow, which
@@ -139,10 +140,9 @@ KT_EXPORT int GetLogFromFile(char **text);
 KT_EXPORT int GetLogFromFile_in(char **text, long since, int iso);
 
 /* Empties the log, creating it where missing, adds message 2 of section LOG as
- * its first entry and has the next overflow noted again. Tries for the lock for
- * a second.
- * Returns 0, also when there is no such message; -1, nothing done, when the log
- * cannot be opened, locked or emptied. */
+ * its first entry, unless that of another program comes first, and has the next overflow noted
+ * again. Tries for the lock for a second. Returns 0, also when there is no such message; -1,
+ * nothing done, when the log cannot be opened, locked or emptied. */
 KT_EXPORT int ClearLog(void);
 
 /* What is logged and where it is sent: section LOG of the settings file. */
