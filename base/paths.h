@@ -36,6 +36,7 @@ inline constexpr char kEventRelay[] = "/tmp/syslog.log";
 // Schedules
 inline constexpr char kCrontab[] = "/mnt/ramdisk/crontab";
 inline constexpr char kCrontabCopy[] = "/tmp/crontab.";  // and a suffix
+inline constexpr char kCrontabEditLock[] = "/tmp/crontab_edit.lock";
 
 // Processes
 inline constexpr char kViewers[] = "/tmp/viewer";

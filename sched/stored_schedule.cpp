@@ -1,4 +1,4 @@
-#include <stdio.h>
+#include "sched/stored_schedule.h"
 
 #include "base/paths.h"
 #include "base/unique_file.h"
@@ -10,18 +10,6 @@
 namespace kt {
 namespace {
 
-constexpr int kItems = 10;
-constexpr int kItemLength = 25;
-
-// Where a schedule is stored.
-struct Place {
-  const char* section;
-  const char* mode;
-  const char* item_prefix;
-};
-constexpr Place kPlaces[] = {{"EVENT", "event_schedule", "event_define"},
-                             {"VIDEO", "video_schedule", "video_define"}};
-
 // Code 8 is every day here and Monday to Friday in a slot set; pages and programs
 // rely on both.
 bool is_inside(const ScheduleItem& item, const struct tm& now) {
@@ -31,39 +19,48 @@ bool is_inside(const ScheduleItem& item, const struct tm& now) {
   return today && static_cast<int>(item.start) <= minute && minute < static_cast<int>(item.end);
 }
 
-// Becomes the stored item `number`; false when it is missing or empty.
-[[nodiscard]] bool read_item(const Place& place, int number, ScheduleItem& item, FILE* settings) {
-  char key[32];
-  (void)snprintf(key, sizeof key, "%s%d", place.item_prefix, number);
-  char text[kItemLength + 1] = {};  // one of the full length is stored whole
-  if (PRO_GetStr(place.section, key, text, kItemLength, settings) != 0 || text[0] == '\0') {
-    return false;
-  }
-  item = read_schedule_item(text);
-  return true;
-}
-
-bool is_inside_any(const Place& place, FILE* settings) {
+bool is_inside_any(const SchedulePlace& place, FILE* settings) {
   const struct tm now = local_now();
   bool any_set = false;
-  for (int number = 1; number <= kItems; ++number) {
-    ScheduleItem item;
-    if (!read_item(place, number, item, settings)) continue;
-    if (is_inside(item, now)) return true;
+  for (int number = 1; number <= kStoredItems; ++number) {
+    StoredItem text;
+    read_stored_item(place, number, text, settings);
+    if (text[0] == '\0') continue;
+    if (is_inside(read_schedule_item(text), now)) return true;
     any_set = true;
   }
   return !any_set;
 }
 
 }  // namespace
+
+int read_stored_mode(const SchedulePlace& place, FILE* settings) {
+  int mode = 1;
+  (void)PRO_GetInt(place.section, place.mode, &mode, settings);
+  return mode;
+}
+
+void read_stored_item(const SchedulePlace& place, int number, StoredItem& item, FILE* settings) {
+  item[0] = '\0';
+  (void)PRO_GetStr(place.section, stored_item_key(place, number).c_str(), item, kStoredItemLength,
+                   settings);
+}
+
+ItemKey stored_item_key(const SchedulePlace& place, int number) {
+  ItemKey key;
+  key.append_format("%s%d", place.item_prefix, number);
+  return key;
+}
+
 }  // namespace kt
+
+using namespace kt;
 
 int schedule_chk(int type) {
   if (type != 0 && type != 1) return -1;
-  const kt::unique_file settings = kt::open_file(kt::paths::kSettings, "r+e");
+  const unique_file settings = open_file(paths::kSettings, "r+e");
   if (!settings.ok()) return -1;
-  const kt::Place& place = kt::kPlaces[type];
-  int mode = 1;
-  (void)PRO_GetInt(place.section, place.mode, &mode, settings.get());  // stays 1 when missing
-  return mode == 0 || kt::is_inside_any(place, settings.get()) ? 1 : 0;
+  const SchedulePlace& place = type == 0 ? kEventSchedule : kVideoSchedule;
+  const bool off = read_stored_mode(place, settings.get()) == 0;
+  return off || is_inside_any(place, settings.get()) ? 1 : 0;
 }

@@ -1,11 +1,11 @@
-/* sched.h - timed jobs in the crontab, and weekly schedules.
+/* sched.h - timed jobs in the crontab, weekly schedules, and events.
  *
  * Shared rules:
  * - Null records and texts are failures, never crashes. Sizes are in bytes.
  * - Days and times are local time. A day of the week is 0 (Sunday) to 6 in
  *   crontab records and in day masks, and a day code in schedule items.
  * - What the functions open is closed again and never reaches a child's
- *   program. Nothing is traced. */
+ *   program. Only SaveEventConf traces, and RestartEvent the signal it sends. */
 #ifndef KTCOMM_SCHED_H
 #define KTCOMM_SCHED_H
 
@@ -81,7 +81,7 @@ KT_EXPORT int SCHDCutFields(const char *line, int length, int n, char *out);
  *   -1  the crontab could not be read or written, or the copy not be written or
  *       opened again; the crontab is as it was, but for a write to it that failed
  *       half-way: then the copy, which is whole, is left where it is (as it is
- *       when the program is killed there),
+ *       when the program is killed there) until the next edit in the same minute of an hour,
  *   -2  the record is invalid,
  *   -3  the copy, or (adding only) the missing crontab, could not be created. */
 
@@ -91,8 +91,8 @@ KT_EXPORT int SCHDCutFields(const char *line, int length, int n, char *out);
 KT_EXPORT int SCHDAddSchedule(SchdEntry *entry);
 KT_EXPORT int SCHDAddLinearSchedule(SchdEntry *entry); /* the line with "L" in front */
 
-/* Takes all lines out that equal the line of `entry`, a last one without line
- * feed too. Returns 0 also when there is no such line, or no crontab, which is
+/* Takes all lines out that equal the line of `entry`; a last one that lacks its line
+ * feed does not. Returns 0 also when there is no such line, or no crontab, which is
  * then not created. */
 KT_EXPORT int SCHDDelSchedule(SchdEntry *entry);
 KT_EXPORT int SCHDDelLinearSchedule(SchdEntry *entry); /* the line with "L" in front */
@@ -120,10 +120,10 @@ KT_EXPORT int SCHDStopSchedule(void);
  * 24:00. The day codes are 1 (Sunday) to 7, 8 and 9. Code 9 is every day; code 8
  * is Monday to Friday in a slot set but every day for schedule_chk. */
 
-/* Returns 0 when `item` is valid, 1 when not: a part missing, the day not 1 to 9,
+/* Returns 0 when `item` is valid, 1 when not: a separator missing, the day not 1 to 9,
  * a time that does not exist, or an end not after the start. An empty text is
- * valid when `empty_allowed` is not 0. Each part is read as atoi does. The text is
- * not looked at beyond its 25th character and may end there without a NUL. */
+ * valid when `empty_allowed` is not 0. Each part is read as atoi does, an empty one as 0. The text
+ * is not looked at beyond its 25th character and may end there without a NUL. */
 KT_EXPORT int check_sche_item(const char *item, unsigned empty_allowed);
 
 /* Tells whether now lies in a schedule of /mnt/ramdisk/env/system.conf: `type` 0
@@ -167,6 +167,118 @@ KT_EXPORT int set_sch_fmt(SchSlotSet *set, unsigned enable, char *items);
 KT_EXPORT int chk_sch_from_mm(SchSlotSet *set);
 
 /* ---- Events ----------------------------------------------------------- */
+
+/* The camera reacts to ten configured events, each a trigger with a weekly schedule
+ * and a set of actions. They are stored in section EVENT of
+ * /mnt/ramdisk/env/system.conf, each as one text, its entry, which doc/event-entry.md
+ * describes. What the trigger numbers mean is the event daemon's affair. */
+
+/* Names of actions, which are bits of a mask, and of media formats. */
+KT_EXPORT extern const char event_action_tab[14][16];
+KT_EXPORT extern const char file_format_tab[7][5];
+
+/* One event. Fields not named in an entry, and the reserved ones, are read as 0. */
+typedef struct EventEntry {
+  char name[32];    /* at most 31 characters and a NUL; empty = event not in use */
+  int input_source; /* number of the source */
+  int enabled;      /* 0 = off */
+  int type;         /* of trigger */
+  int reserved1;    /* reserved ones are never saved */
+  int interval;     /* between two reactions */
+  int reserved2[11];
+  unsigned actions; /* bit n = event_action_tab[n] */
+  int format;       /* index into file_format_tab; 4 = JPEG snapshots */
+  int is_jpeg;      /* 1 for format 4, else 0; set on reading */
+  int reserved3[3];
+  int input_source_copy; /* equals input_source; set on reading */
+  int reserved4;
+  int jpeg_fps; /* equals that of all events; set on reading */
+  int rec1;     /* recording numbers */
+  int rec2;
+  int rec3;
+  SchSlotSet schedule; /* as set_sch_fmt leaves it; enable is 1 or 0 */
+} EventEntry;
+
+/* All events. */
+typedef struct EventConfig {
+  EventEntry events[10];
+  int trigger;  /* "event_trigger", the master switch: 0 = off, also when missing */
+  int jpeg_fps; /* "event_jpeg_fps", frames a second of snapshots; 5 when missing */
+} EventConfig;
+
+/* Fills `config`, all of it, from the settings. An event without an entry is all 0;
+ * in an entry an element that is missing is 0, a number is read as atoi does, and of
+ * a name the first 31 characters count. Schedule items fill the slots in order, one
+ * with an unknown day code as a slot that is not in use; those behind the tenth are
+ * not looked at.
+ * Returns 0; -1, `config` untouched, for null or when the settings cannot be
+ * opened. */
+KT_EXPORT int ReadEventConf(EventConfig *config);
+
+/* Writes trigger, jpeg_fps and the entries 1 to 10 in this order, each as PRO_SetStr
+ * does, and traces each event's name (level 8, module 8). An event with an empty name
+ * is written as an empty entry. Names end at a '|' or line feed, which an entry
+ * cannot hold. Saved as "asf" is a format out of range, as day code 0 a day mask
+ * that no day code stands for, and as 0 a schedule whose enable is not 1; the slots
+ * end before the first with day mask 0, and the text of one at 24 characters, more
+ * than any time of day takes.
+ * Returns 0; -1 for null or when a write failed: the other writes are done all the
+ * same. */
+KT_EXPORT int SaveEventConf(const EventConfig *config);
+
+/* Sends signal 10 to the event daemon, "hydra", which then reads the events again,
+ * and returns the result of SendSignal2AppsBySpecFile with /tmp/hydra.lock, 2 seconds
+ * later. */
+KT_EXPORT int RestartEvent(void);
+
+/* Returns 1 when the master switch is on and some event of `type` is enabled and, by
+ * chk_sch_from_mm, active now, else 0; 0 for null. */
+KT_EXPORT int check_event_type_schedule(unsigned type, EventConfig *config);
+
+/* Copies the value of the first element `key` of `entry`, which ends before the next
+ * '|', to `out`, NUL-terminated. `out` holds as many bytes as `entry` at most. Keys
+ * count only at the start of `entry` or right behind a '|'.
+ * Returns 0; 1, `out` untouched, when there is none or for a null argument. */
+KT_EXPORT int get_element_from_event_entry(const char *entry, const char *key, char *out);
+
+/* Appends "key=value" to `entry`, behind a '|' unless `entry` is empty. The caller
+ * sees to the room. Nothing is escaped: a '|' in `value` ends it for readers.
+ * Returns 0; 1 for a null argument. */
+KT_EXPORT int add_element_to_event_entry(char *entry, const char *key, const char *value);
+
+/* The day mask of a day code, 1 to 9, where 8 is Monday to Friday, and the day code
+ * of exactly such a mask; 0 for anything else. */
+KT_EXPORT int event_sch_day_num2bit(int day);
+KT_EXPORT int event_sch_day_bit2num(int mask);
+
+/* ---- Plain schedules --------------------------------------------------- */
+
+/* A schedule as schedule_chk evaluates it, with its items twice. */
+typedef struct EvtSchRecord {
+  char joined[256];   /* the items that are not empty, each followed by ';' */
+  int mode;           /* "event_schedule" or "video_schedule"; 0 = off */
+  char items[10][25]; /* item 1 to 10 as stored */
+  int use_items;      /* what is saved: `items` if not 0, else `joined` */
+} EvtSchRecord;
+
+/* Fill `list` from the event schedule and from the video schedule, all but
+ * `use_items`, which stays. A mode that is missing is 1. An item of more than 24
+ * characters is cut to 24.
+ * Return 0; -1, `list` untouched, for null or when the settings cannot be opened. */
+KT_EXPORT int ReadEvtSch(EvtSchRecord *list);
+KT_EXPORT int ReadAceSch(EvtSchRecord *list);
+
+/* Write ten items, empty ones too, each as PRO_SetStr does and unchecked: `items` as
+ * they are, where one of 25 characters needs no NUL; or the pieces of `joined`
+ * between ';', without empty ones and at most ten, which moves later ones up.
+ * `joined` is cut up by this, and ends at its 255th character. No item holds a line
+ * feed.
+ * SaveEvtSch leaves the stored mode alone; SaveAceSch writes it first, and no item
+ * when that fails.
+ * Return 0; -1 for null or when a write failed: the other items are written all the
+ * same. */
+KT_EXPORT int SaveEvtSch(EvtSchRecord *list);
+KT_EXPORT int SaveAceSch(EvtSchRecord *list);
 
 KT_END_DECLS
 

@@ -3,6 +3,7 @@
 #define KTCOMM_UTIL_H
 
 #include <ktcomm/util_hash.h>
+#include <ktcomm/util_loop.h>
 #include <ktcomm/util_process.h>
 #include <ktcomm/util_text.h>
 #include <ktcomm/util_time.h>
