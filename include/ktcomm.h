@@ -5,8 +5,10 @@
 #include <ktcomm/config.h>
 #include <ktcomm/flash.h>
 #include <ktcomm/log.h>
+#include <ktcomm/net.h>
 #include <ktcomm/sched.h>
 #include <ktcomm/sdcard.h>
+#include <ktcomm/settings.h>
 #include <ktcomm/util.h>
 
 #endif

@@ -187,7 +187,7 @@ KT_EXPORT int NTPReadData(NTPConf *conf);
 KT_EXPORT int NTPWriteData(const NTPConf *conf);
 
 /* Starts "/usr/local/bin/kt_time_control -n" in the background. Returns 0; -1 when
- * the shell could not be run. */
+ * the shell could not be run or ends with another status than 0. */
 KT_EXPORT int SetNTP(void);
 
 /* ---- Daylight saving and time zones ----------------------------------- */
