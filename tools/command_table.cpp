@@ -44,6 +44,96 @@ constexpr Command kCommands[] = {
      takes(Option::kSha256) | takes(Option::kCrc16),
      "A FILE of - is standard input. MD5 unless an option says otherwise. CRC-16 is\n"
      "for files of at most 65535 bytes.\n"},
+
+    {"schedule check", "ITEM...", "tell which schedule items are valid", check_schedule_items, 1,
+     INT_MAX, 0,
+     "An item is DAY,HH:MM,HH:MM: from the start to the minute before the end, which\n"
+     "may be 24:00. DAY is 1 (Sunday) to 7, or 9 for every day; 8 is Monday to Friday\n"
+     "for an event, but every day in the lists `video` and `event`. Exit code 3 when\n"
+     "one is not valid.\n"},
+    {"schedule now", "TARGET", "tell whether a schedule is active now", schedule_now, 1, 1, 0,
+     "TARGET is `video` or `event`, the plain lists, or an event's number or name.\n"
+     "Says until when, too. Exit code 0 when it is active, 1 when it is inactive, as is\n"
+     "that of an event that is disabled, and that of any while all are off.\n"},
+    {"schedule week", "TARGET", "draw the week of a schedule", schedule_week, 1, 1, 0,
+     "TARGET is `video` or `event`, the plain lists, or an event's number or name.\n"},
+
+    {"event list", "", "list the events", list_events, 0, 0, 0,
+     "SCHEDULE names the first item, and how many there are more.\n"},
+    {"event show", "EVENT", "print an event's fields", show_event, 1, 1, 0,
+     "EVENT is a number, 1 to 10, or a name. The lines are such as `event set` takes.\n"},
+    {"event set", "NUMBER NAME=VALUE...", "make or change an event", set_event, 2, INT_MAX, 0,
+     "Fields: name, enabled (0 or 1), type, source, interval, rec1, rec2, rec3;\n"
+     "  actions   names joined with ',': op1 op2 email ftpu im httpn httppost wlled\n"
+     "            smbc sd op3 op4 smbc_rec sd_rec\n"
+     "  format    asf mp4 3gp avi jpg flv swf\n"
+     "  schedule  off, or up to ten items joined with ';': ktctl schedule check --help\n"
+     "A new event needs a name; it is enabled, all else is 0, none and off. Of an event\n"
+     "that is there already the other fields stay; its schedule, too, while it is\n"
+     "disabled. The event daemon learns of changes by `event reload`; only `ktctl save`\n"
+     "makes them outlive a power cut.\n"},
+    {"event remove", "EVENT", "remove an event", remove_event, 1, 1, 0,
+     "EVENT is a number, 1 to 10, or a name.\n"},
+    {"event settings", "[NAME=VALUE...]", "print or set what all events share", event_settings, 0,
+     INT_MAX, 0,
+     "Fields: trigger (1, or 0 for all events off), jpeg_fps (snapshots a second, 1 to\n"
+     "100).\n"},
+    {"event reload", "", "let the event daemon read the events again", reload_events, 0, 0, 0,
+     "Exit code 1 when there is none. Takes two seconds.\n"},
+
+    {"log add", "TEXT", "add an entry to the event log", add_log_entry, 1, INT_MAX,
+     takes(Option::kMessage) | takes(Option::kLevel),
+     "TEXT has at most 243 characters. With --message the arguments are NUMBER\n"
+     "[ARGUMENT...]: that message of the catalogue /etc/logfile, filled in with the\n"
+     "arguments. Its conversions are all plain %s, or all %d, %i, %u or %x. What the log\n"
+     "has no room for is cut. Nothing is added when the setting log_level is below the\n"
+     "message's level: it is said, with exit code 0.\n"},
+    {"log show", "", "print the event log, newest first", show_log, 0, 0,
+     takes(Option::kSince) | takes(Option::kIso),
+     "TIME is seconds since 1970, \"YYYY-MM-DD[ HH:MM[:SS]]\" in local time, or an age such\n"
+     "as 90s, 30m, 2h, 1d. Control characters are printed as a question mark.\n"},
+    {"log clear", "", "empty the event log", clear_log, 0, 0, 0, ""},
+    {"log settings", "[NAME=VALUE...]", "print or set what is logged, and where to", log_settings,
+     0, INT_MAX, 0,
+     "Fields: log_mode, syslog_mode (0 or 1), log_level (0 to 3), syslog_server,\n"
+     "syslog_port. Both modes need a server.\n"},
+
+    {"cron list", "", "list the jobs in the crontab", list_jobs, 0, 0, 0,
+     "Comments and NAME=value lines are left out. An L in front marks a linear line.\n"},
+    {"cron add", "JOB", "add a job, run as root", add_job, 6, 6, takes(Option::kLinear),
+     "JOB is MINUTE HOUR MDAY MONTH WDAY COMMAND. A time is *, N, N-M or N-M/S; */S is\n"
+     "stored as the whole range with this step. MONTH and WDAY, 0 (Sunday) to 6, also\n"
+     "take words (jan, mon). COMMAND is one argument of at most 127 characters. A job\n"
+     "that is there already is not added again. No two edits of the crontab may run at\n"
+     "once: those of ktctl wait for one another, other programs do not.\n"},
+    {"cron remove", "[JOB]", "remove jobs", remove_job, 0, 6,
+     takes(Option::kLinear) | takes(Option::kCommand),
+     "JOB is as for `cron add`; in its place stands --command alone, which removes linear\n"
+     "lines, too. Exit code 1 when there is no such job. No two edits of the crontab may\n"
+     "run at once: those of ktctl wait for one another, other programs do not.\n"},
+    {"cron check", "[FILE]", "name the lines that a cron daemon would refuse", check_crontab, 0, 1,
+     0,
+     "FILE is /mnt/ramdisk/crontab when left out; it has a user column. Prints FILE:LINE:\n"
+     "REASON for each, with exit code 3.\n"},
+    {"cron start", "", "start the cron daemon unless it runs", start_cron, 0, 0, 0,
+     "Exit code 4 when it is not running 3 seconds later.\n"},
+    {"cron stop", "", "end the cron daemon", stop_cron, 0, 0, 0, ""},
+
+    {"sd status", "", "tell how the SD card is and who uses it", show_card, 0, 0, 0,
+     "Exit code 1 when there is no card.\n"},
+    {"sd mount", "", "mount the card and let the recorder record", mount_card, 0, 0, 0,
+     "Nothing is done when it is mounted. Exit code 1 when there is no card.\n"},
+    {"sd unmount", "", "pause the recorder and unmount the card", unmount_card, 0, 0, 0,
+     "Nothing is done when it is not mounted. Exit code 1 when there is no card. When it\n"
+     "fails, names the processes that use the card.\n"},
+    {"sd format", "", "pause the recorder, erase the card and mount it", format_card, 0, 0,
+     takes(Option::kYes), "Signals wait until it is done. Exit code 1 when there is no card.\n"},
+    {"sd settings", "[NAME=VALUE...]", "print or set what is recorded to the card", card_settings,
+     0, INT_MAX, 0,
+     "Fields: rec_enable (0 or 1), stream_id, disk_ctrl, file_ctrl, duration_s (whole\n"
+     "minutes), file_size_bytes (a multiple of 1048576), schedule1 to schedule10. An item\n"
+     "of the schedule is DAY,HH:MM,HH:MM, DAY from 1 (Sunday) to 9 (every day); items are\n"
+     "stored without the empty ones between them.\n"},
 };
 
 }  // namespace

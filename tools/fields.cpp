@@ -5,6 +5,7 @@
 
 #include <string_view>
 
+#include "base/text.h"
 #include "tools/ktctl.h"
 #include "tools/number.h"
 #include "tools/settings_input.h"
@@ -36,7 +37,7 @@ int set_text(const Field& field, const char* text, char* place) {
   }
   if (!check_value(field.name, text)) return kRefused;
   memset(place, 0, field.size);
-  memcpy(place, text, length);
+  copy_cut(place, field.size, {text, length});
   return kDone;
 }
 
@@ -71,6 +72,17 @@ int set_fields(std::span<const Field> fields, std::span<char* const> assignments
     if (code != kDone) return code;
   }
   return kDone;
+}
+
+bool are_equal(std::span<const Field> fields, const void* one, const void* other) {
+  for (const Field& field : fields) {
+    const char* const a = static_cast<const char*>(one) + field.offset;
+    const char* const b = static_cast<const char*>(other) + field.offset;
+    const bool equal =
+        field.size != 0 ? strncmp(a, b, field.size) == 0 : memcmp(a, b, sizeof(int)) == 0;
+    if (!equal) return false;
+  }
+  return true;
 }
 
 }  // namespace kt::tools

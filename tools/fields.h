@@ -35,6 +35,9 @@ void print_fields(std::span<const Field> fields, const void* record);
 [[nodiscard]] int set_fields(std::span<const Field> fields, std::span<char* const> assignments,
                              void* record);
 
+// Whether two records have the same values in these fields.
+[[nodiscard]] bool are_equal(std::span<const Field> fields, const void* one, const void* other);
+
 }  // namespace kt::tools
 
 #endif

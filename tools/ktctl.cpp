@@ -28,6 +28,13 @@ constexpr OptionText kOptions[] = {
     {"file", "PATH", "another settings file than /mnt/ramdisk/env/system.conf"},
     {"sha256", nullptr, "SHA-256"},
     {"crc16", nullptr, "CRC-16"},
+    {"message", "CATEGORY", "a message of this section of /etc/logfile"},
+    {"level", "N", "its level, 0 to 3; 0 when left out"},
+    {"since", "TIME", "no entries that are older"},
+    {"iso", nullptr, "dates as in 2026-11-21T03:05:00+01:00"},
+    {"linear", nullptr, "a linear line, with an L in front"},
+    {"command", "WORD", "all jobs whose command's first word this is"},
+    {"yes", nullptr, "yes, erase all that is on the card"},
 };
 static_assert(sizeof kOptions / sizeof kOptions[0] == kOptionCount);
 

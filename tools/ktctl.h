@@ -9,7 +9,19 @@ enum ExitCode : int { kDone = 0, kNotFound = 1, kUsage = 2, kRefused = 3, kSyste
 
 // Options; ktctl.cpp has their names and the commands' table says which one takes
 // which.
-enum class Option : unsigned { kFile, kSha256, kCrc16, kCount };
+enum class Option : unsigned {
+  kFile,
+  kSha256,
+  kCrc16,
+  kMessage,
+  kLevel,
+  kSince,
+  kIso,
+  kLinear,
+  kCommand,
+  kYes,
+  kCount
+};
 
 // A set of options, as the commands' table writes it: takes(a) | takes(b).
 constexpr unsigned takes(Option option) {
@@ -51,6 +63,40 @@ int reset_settings(const Request& request);
 int show_flash(const Request& request);
 int show_trace(const Request& request);
 int hash_files(const Request& request);
+
+// Schedules.
+int check_schedule_items(const Request& request);
+int schedule_now(const Request& request);
+int schedule_week(const Request& request);
+
+// Events.
+int list_events(const Request& request);
+int show_event(const Request& request);
+int set_event(const Request& request);
+int remove_event(const Request& request);
+int event_settings(const Request& request);
+int reload_events(const Request& request);
+
+// The event log.
+int add_log_entry(const Request& request);
+int show_log(const Request& request);
+int clear_log(const Request& request);
+int log_settings(const Request& request);
+
+// Timed jobs.
+int list_jobs(const Request& request);
+int add_job(const Request& request);
+int remove_job(const Request& request);
+int check_crontab(const Request& request);
+int start_cron(const Request& request);
+int stop_cron(const Request& request);
+
+// The SD card.
+int show_card(const Request& request);
+int mount_card(const Request& request);
+int unmount_card(const Request& request);
+int format_card(const Request& request);
+int card_settings(const Request& request);
 
 }  // namespace kt::tools
 

@@ -1,31 +1,20 @@
 // settings_commands.cpp - look at settings and edit them.
 #include <ktcomm/config.h>
 #include <stdio.h>
-#include <string.h>
 #include <sys/stat.h>
 
 #include <optional>
 
 #include "base/line_reader.h"
-#include "base/paths.h"
 #include "base/unique_file.h"
 #include "base/unique_malloc.h"
 #include "tools/ktctl.h"
 #include "tools/settings_input.h"
 #include "tools/settings_lock.h"
+#include "tools/settings_write.h"
 
 namespace kt::tools {
 namespace {
-
-constexpr int kValueLimit = 511;  // a value of the limit takes a byte more
-
-struct Value {
-  char text[kValueLimit + 1];
-};
-
-[[nodiscard]] bool read_value(const Section& section, const char* key, FILE* file, Value& value) {
-  return PRO_GetStr(section.name(), key, value.text, kValueLimit, file) == 0;
-}
 
 [[nodiscard]] bool has_section(const char* path, const Section& section) {
   const unique_file file = open_file(path, "re");
@@ -34,13 +23,6 @@ struct Value {
 
 int section_not_found(const char* path, const Section& section) {
   return fail(kNotFound, "%s: [%s]: not found", path, section.text());
-}
-
-int not_written(const char* path, const Section& section) {
-  return fail(kSystemError,
-              "%s: [%s]: not written: the file, %s or a copy of it in /tmp could not be "
-              "written",
-              path, section.text(), paths::kSettingsLock);
 }
 
 struct Edit {
@@ -117,28 +99,7 @@ int get_value(const Request& request) {
 
 int set_value(const Request& request) {
   const Section section(request.arguments[0]);
-  const char* const key = request.arguments[1];
-  const char* const wanted = request.arguments[2];
-  if (!check_assignment(request.file, section, key, wanted) || !check_path(request.file)) {
-    return kRefused;
-  }
-  struct stat status;
-  if (::stat(request.file, &status) == 0 && !S_ISREG(status.st_mode)) {
-    return fail(kRefused, "%s: no regular file", request.file);
-  }
-  if (!wait_until_unlocked()) return kSystemError;
-  const Uninterrupted uninterrupted;
-  if (PRO_SetStr(section.text(), key, wanted, request.file) != 0) {
-    return not_written(request.file, section);
-  }
-  // The write does not tell whether its copy command found room on the disk.
-  SettingsLock lock;
-  if (!lock.wait()) return kSystemError;
-  const unique_file file = open_file(request.file, "re");
-  Value value;
-  const bool written =
-      file.ok() && read_value(section, key, file.get(), value) && strcmp(value.text, wanted) == 0;
-  return written ? kDone : not_written(request.file, section);
+  return store_value(request.file, section, request.arguments[1], request.arguments[2]);
 }
 
 int unset_section(const Request& request) {

@@ -1,0 +1,110 @@
+#include "tools/card_holders.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <string_view>
+
+#include "base/io.h"
+#include "base/paths.h"
+#include "base/string_buffer.h"
+#include "base/text.h"
+#include "base/unique_dir.h"
+#include "base/unique_fd.h"
+#include "tools/number.h"
+#include "tools/plain_text.h"
+
+namespace kt::tools {
+namespace {
+
+using ProcPath = StringBuffer<63>;  // "/proc/PID/fd/NUMBER" and the like
+using Command = StringBuffer<60>;
+using Target = StringBuffer<255>;
+
+ProcPath proc_path(int pid, const char* name) {
+  ProcPath path;
+  path.append_format("/proc/%d/%s", pid, name);
+  return path;
+}
+
+// Whether the link leads to the card, and where. False with errno when it cannot
+// be read, 0 when it leads elsewhere.
+[[nodiscard]] bool leads_to_card(const char* link, Target& target) {
+  char text[256];
+  const ssize_t length = ::readlink(link, text, sizeof text);
+  if (length < 0) return false;
+  errno = 0;
+  const std::string_view path(text, static_cast<size_t>(length));
+  constexpr size_t kMount = sizeof paths::kCardMount - 1;
+  if (!has_prefix(path, paths::kCardMount)) return false;
+  if (path.size() > kMount && path[kMount] != '/') return false;
+  target.append(path);
+  return true;
+}
+
+enum class Hold { kNone, kHeld, kUnknown };
+
+Hold hold_of_files(int pid, Target& target) {
+  const ProcPath folder = proc_path(pid, "fd");
+  unique_dir files(folder.c_str());
+  if (!files.ok()) return errno == EACCES ? Hold::kUnknown : Hold::kNone;
+  while (const char* const name = files.next()) {
+    ProcPath link;
+    link.append_format("%s/%s", folder.c_str(), name);
+    if (leads_to_card(link.c_str(), target)) return Hold::kHeld;
+  }
+  return Hold::kNone;
+}
+
+Hold hold_of(int pid, Target& target) {
+  Hold hold = Hold::kNone;
+  for (const char* const name : {"cwd", "root", "exe"}) {
+    if (leads_to_card(proc_path(pid, name).c_str(), target)) return Hold::kHeld;
+    if (errno == EACCES) hold = Hold::kUnknown;
+  }
+  const Hold of_files = hold_of_files(pid, target);
+  return of_files == Hold::kNone ? hold : of_files;
+}
+
+// The command line; for a process without one its name in brackets.
+Command command_of(int pid) {
+  char text[sizeof(Command)];
+  unique_fd file = open_fd(proc_path(pid, "cmdline").c_str(), O_RDONLY);
+  ssize_t length = file.ok() ? read_fully(file.get(), text, sizeof text) : -1;
+  Command command;
+  if (length > 0) {
+    if (text[length - 1] == '\0') --length;
+    for (ssize_t i = 0; i < length; ++i) text[i] = is_control(text[i]) ? ' ' : text[i];
+    command.append({text, static_cast<size_t>(length)});
+    return command;
+  }
+  file = open_fd(proc_path(pid, "comm").c_str(), O_RDONLY);
+  length = file.ok() ? read_fully(file.get(), text, sizeof text) : -1;
+  if (length > 0 && text[length - 1] == '\n') --length;
+  command.append_format("[%.*s]", length > 0 ? static_cast<int>(length) : 0, text);
+  return command;
+}
+
+}  // namespace
+
+Holders print_card_holders(FILE* out, const char* first) {
+  Holders holders;
+  unique_dir processes("/proc");
+  while (const char* const name = processes.next()) {
+    const auto pid = parse_number(name);
+    if (!pid) continue;
+    Target target;
+    const Hold hold = hold_of(*pid, target);
+    if (hold == Hold::kUnknown) ++holders.unknown;
+    if (hold != Hold::kHeld) continue;
+    const char* const label = holders.found == 0 ? first : "";
+    (void)fprintf(out, "%-*s%d  %s  %s\n", static_cast<int>(strlen(first)), label, *pid,
+                  command_of(*pid).c_str(), target.c_str());
+    ++holders.found;
+  }
+  return holders;
+}
+
+}  // namespace kt::tools
