@@ -53,3 +53,25 @@ ktctl flash
 ktctl restore
 ktctl get SYSTEM title | grep -x "Back door"
 END
+
+act "An event with a weekly schedule, a timed job, an SD card, and the log of it all"
+camera <<'END'
+ktctl restore
+ktctl log clear
+ktctl event settings trigger=1
+ktctl event set 1 name=door type=1 actions=email,sd "schedule=8,08:30,17:00;7,22:00,24:00;1,00:00,02:00"
+ktctl log add --message EVENT 10 1
+ktctl event list
+ktctl schedule week door
+ktctl cron add 30 3 "*" "*" 0 /usr/bin/ntp_setcron
+ktctl cron list
+ktctl cron check
+head -c 64m /dev/zero >/dev/mmcblk0 # a card; mounting it is played by libcard_help.so
+LD_PRELOAD=/lib/libcard_help.so ktctl sd format --yes
+LD_PRELOAD=/lib/libcard_help.so ktctl sd status
+ktctl sd settings rec_enable=1 schedule1=9,08:00,20:00
+ktctl sd settings
+ktctl save
+ktctl log add --message SYSTEM 7
+ktctl log show
+END

@@ -147,8 +147,12 @@ TEST(Daemons, relay_traces_and_events) {
   EXPECT_EQ(KT_DEBUGn_in(4, 16, 0, "to the relay\n"), 0);
   ASSERT_TRUE(eventually("/tmp/relay/syslog.daemon", read_file("/tmp/debug/stunnel_https/0-0.log")));
   EXPECT_EQ(AddLog("SDCARD", 2, 3), 0);
-  for (int i = 0; i < 100 && !exists("/tmp/relay/syslog.log"); ++i) usleep(20000);
-  EXPECT_NE(read_file("/tmp/relay/syslog.log").find("The SD card was unmounted\n"), string::npos);
+  string relayed;
+  for (int i = 0; i < 100 && relayed.find("The SD card was unmounted\n") == string::npos; ++i) {
+    usleep(20000);
+    relayed = read_file("/tmp/relay/syslog.log");
+  }
+  EXPECT_NE(relayed.find("The SD card was unmounted\n"), string::npos);
 }
 
 }  // namespace
