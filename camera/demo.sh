@@ -11,11 +11,12 @@ rm -rf "$flash"
 
 act() { printf '\n==== %s ====\n' "$1"; }
 
-# Runs the commands given as lines of standard input, showing each before it.
+# Runs the commands given as lines of standard input, showing each before it. With
+# --bare nothing has been started or restored before the first.
 camera() {
   commands=$(cat)
   # shellcheck disable=SC2016 # expands inside
-  "$here/enter" --flash "$flash" "$build" /rom/etc/init.d/boot --bare sh -c '
+  "$here/enter" --flash "$flash" "$build" /rom/etc/init.d/boot "$@" sh -c '
     echo "$1" | while read -r command; do
       printf "camera# %s\n" "$command"
       sh -c "$command" </dev/null || exit
@@ -24,7 +25,7 @@ camera() {
 }
 
 act "A new camera starts with the factory defaults; a change is made and saved"
-camera <<'END'
+camera --bare <<'END'
 ktctl flash | grep -E "copy|state|boot"
 ktctl restore
 ktctl get SYSTEM title
@@ -33,14 +34,14 @@ ktctl save
 END
 
 act "Switched on again: the memory is empty, but the change comes back from flash"
-camera <<'END'
+camera --bare <<'END'
 ls -l /mnt/ramdisk
 ktctl restore
 ktctl get SYSTEM title | grep -x "Back door"
 END
 
 act "The normal copy in flash is damaged: the backup copy serves and repairs it"
-camera <<'END'
+camera --bare <<'END'
 dd if=/dev/urandom of=/dev/mtd3 bs=1 seek=100 count=50 conv=notrunc 2>/dev/null
 ktctl flash | grep -E "copy|state|boot"
 ktctl restore
@@ -48,14 +49,14 @@ ktctl get SYSTEM title | grep -x "Back door"
 END
 
 act "Switched on once more: both copies are intact"
-camera <<'END'
+camera --bare <<'END'
 ktctl flash
 ktctl restore
 ktctl get SYSTEM title | grep -x "Back door"
 END
 
 act "An event with a weekly schedule, a timed job, an SD card, and the log of it all"
-camera <<'END'
+camera --bare <<'END'
 ktctl restore
 ktctl log clear
 ktctl event settings trigger=1
@@ -74,4 +75,25 @@ ktctl sd settings
 ktctl save
 ktctl log add --message SYSTEM 7
 ktctl log show
+END
+
+web=http://127.0.0.1:8080/cgi-bin/settings
+
+act "A browser's road: requests change accounts and an event, and what is wrong changes nothing"
+camera <<END
+curl -s $web -d "<config><users><user><name>bob</name><password>s3cret</password><io_ctrl>1</io_ctrl></user></users></config>"
+cat /tmp/standin/auth.log
+curl -s $web -d "<config><events><event index='1'><enabled>1</enabled><schedule><enable>0</enable></schedule><actions><action>email</action></actions></event></events></config>"
+sleep 1; ktctl log show
+curl -s $web -d "<config><key section='SYSTEM' name='title'>Front door</key></config>"
+curl -s $web -d "<config><users><user><name>eve; reboot</name><password>x</password></user></users></config>"
+head -c 20481 /dev/zero | curl -s $web --data-binary @-
+END
+
+act "Switched on again: all that was changed from the browser is there"
+camera <<END
+ktctl flash | grep -E "copy|state|boot"
+curl -s "$web?users" | grep "<name>bob</name>"
+curl -s "$web?events" | grep -A 8 "<event index"
+curl -s "$web?section=SYSTEM" | grep "Front door"
 END

@@ -77,7 +77,7 @@ int statfs(const char* path, struct statfs* fs) {
   const unsigned few = number_at(sector + 19, 2);
   const unsigned sectors = few != 0 ? few : number_at(sector + 32, 4);
   fs->f_type = 0x4D44;
-  fs->f_bsize = sector_size * cluster;
+  fs->f_bsize = (int)(sector_size * cluster);
   fs->f_blocks = cluster != 0 ? sectors / cluster : 0;
   fs->f_bfree = fs->f_blocks;
   return 0;
