@@ -110,7 +110,7 @@ int replace_xmlstring_to_node(Node* node, const char* xml) {
 }
 
 int add_error_attribute(Node* node, const char* number, const char* text) {
-  if (node == nullptr || !is_element(node)) return kRefused;
+  if (node == nullptr || !is_element(node) || is_declaration(node)) return kRefused;
   if (number != nullptr) set_attribute(node, "errno", number);
   if (text != nullptr) set_attribute(node, "errstr", text);
   return kDone;

@@ -54,14 +54,16 @@ unique_tree parse_below_root(const char* text) {
   return root;
 }
 
-bool is_element(Node* node) {
-  return mxmlGetType(node) == MXML_ELEMENT;
-}
-
 bool is_declaration(Node* node) {
   const char* const name = mxmlGetElement(node);
   if (name == nullptr || mxmlGetCDATA(node) != nullptr) return false;
   return name[0] == '?' || (name[0] == '!' && strncmp(name, "!--", 3) != 0);
+}
+
+// Sections and comments are elements to Mini-XML, too.
+bool is_element(Node* node) {
+  const char* const name = mxmlGetElement(node);
+  return name != nullptr && (name[0] != '!' || is_declaration(node));
 }
 
 bool has_name(Node* node, const char* name) {

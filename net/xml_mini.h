@@ -25,6 +25,7 @@ using unique_tree = std::unique_ptr<Node, TreeDeleter>;
 // The same with the nodes of `text` below; null when that does not parse.
 [[nodiscard]] unique_tree parse_below_root(const char* text);
 
+// What can have children: a declaration, too.
 [[nodiscard]] bool is_element(Node* node);
 // Of declarations that hold the nodes behind them: "<?...?>", "<!DOCTYPE ...>".
 [[nodiscard]] bool is_declaration(Node* node);

@@ -132,7 +132,8 @@ KT_EXPORT int add_string_to_node(struct _mxml_node_s *node, const char *text);
 KT_EXPORT int replace_string_to_node(struct _mxml_node_s *node, const char *text);
 
 /* Adds one CDATA section; nothing when `text` is empty. One that holds "]]>",
- * which no section can, is divided among several, behind each "]]". */
+ * which no section can, is divided among several, behind each "]]": the node's value
+ * is then that of the first. */
 KT_EXPORT int add_cdata_to_node(struct _mxml_node_s *node, const char *text);
 
 /* Parses `xml` and adds its nodes in their order:
@@ -147,7 +148,8 @@ KT_EXPORT int add_xmlstring_to_node(struct _mxml_node_s *node, const char *xml);
 KT_EXPORT int replace_xmlstring_to_node(struct _mxml_node_s *node, const char *xml);
 
 /* Sets the attribute "errno" to `number` and then "errstr" to `text`, each unless
- * it is null. Returns 0; 500 for a `node` that is null or no element. */
+ * it is null. Returns 0; 500 for a `node` that is null, no element, or the declaration
+ * at the top of a tree, which has no attributes of its own. */
 KT_EXPORT int add_error_attribute(struct _mxml_node_s *node, const char *number, const char *text);
 
 KT_END_DECLS
