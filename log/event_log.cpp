@@ -1,4 +1,5 @@
 #include <stdarg.h>
+#include <string.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -39,11 +40,31 @@ struct Filter {
   return true;
 }
 
+// Whether a format of the catalogue leaves the caller's memory alone, which %n does
+// not, and asks for no width beyond all messages, which would take seconds to fill.
+[[nodiscard]] bool is_harmless(const char* format) {
+  constexpr char kBeforeConversion[] = "-+ #0'.*$123456789hlLqjzt";
+  while ((format = strchr(format, '%')) != nullptr) {
+    ++format;
+    const std::string_view options(format, strspn(format, kBeforeConversion));
+    format += options.size();
+    size_t digits = 0;
+    for (const char c : options) {
+      digits = c >= '0' && c <= '9' ? digits + 1 : 0;
+      if (digits > 3) return false;
+    }
+    if (*format == 'n') return false;
+    if (*format == '%') ++format;
+  }
+  return true;
+}
+
 // The store cuts a section name at a line feed in place, so it gets a copy.
 [[nodiscard]] bool look_up(const char* category, int number, EventMessage& text, FILE* catalogue) {
   StringBuffer<511> section;
   section.append(category);
-  return !section.truncated() && read_event_message(section.c_str(), number, text, catalogue);
+  return !section.truncated() && read_event_message(section.c_str(), number, text, catalogue) &&
+         is_harmless(text.c_str());
 }
 
 // That the arguments fit a format of the catalogue is the caller's promise.

@@ -108,6 +108,20 @@ TEST_F(EventLog, levels_and_failures) {
   }
 }
 
+TEST_F(EventLog, texts_that_ask_for_other_arguments_do_no_harm) {
+  const char* const kStored[][2] = {
+      {"none", "none"}, {"100%%", "100%"}, {"%s", "bob"}, {"%-5s|%02d|%x", "bob  |07|8"}, {"%s%100d", "bob"}};
+  for (const auto& [text, stored] : kStored) {
+    write_file(kCatalogue, string("[LOG]\n1=") + text + "\n");
+    EXPECT_EQ(AddLog("LOG", 0, 1, "bob", 7, 8), 0);
+    EXPECT_EQ(newest().find(stored), 0u) << text;
+  }
+  for (const char* const text : {"%n", "%d %hhn", "%1$n", "%99999d", "%.2147483000d"}) {
+    write_file(kCatalogue, string("[LOG]\n1=") + text + "\n");
+    EXPECT_EQ(AddLog("LOG", 0, 1, 7), -1) << text;
+  }
+}
+
 TEST_F(EventLog, one_line_of_254_characters_an_entry) {
   const string now = to_string(time(nullptr)) + " ", cut = y.substr(0, 254 - now.size());
   const string kCases[][2] = {{"own line feed\n", "own line feed"},
