@@ -55,6 +55,7 @@ inline constexpr char kCardFormatLock[] = "/tmp/mmcsd_sdfmt.lock";
 inline constexpr char kCardWriteLock[] = "/tmp/sd_write.lock";
 
 // Accounts and clock
+inline constexpr char kAccountsEditLock[] = "/tmp/accounts_edit.lock";
 inline constexpr char kAuth[] = "/usr/local/bin/auth";
 inline constexpr char kTimeControl[] = "/usr/local/bin/kt_time_control";
 inline constexpr char kTimeRetry[] = "/tmp/ntp_retry";

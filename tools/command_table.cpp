@@ -134,6 +134,48 @@ constexpr Command kCommands[] = {
      "minutes), file_size_bytes (a multiple of 1048576), schedule1 to schedule10. An item\n"
      "of the schedule is DAY,HH:MM,HH:MM, DAY from 1 (Sunday) to 9 (every day); items are\n"
      "stored without the empty ones between them.\n"},
+
+    {"user list", "", "list the users and their rights", list_users, 0, 0, 0, ""},
+    {"user add", "NAME", "add a user, without rights", add_user, 1, 1, 0,
+     "NAME has 1 to 32 characters. The password, of at most 64, is a line of standard\n"
+     "input; at a terminal it is asked for twice and not shown. Both are printable ASCII\n"
+     "without ',' and ';'. Edits of the accounts by ktctl wait for one another, those by\n"
+     "other programs do not.\n"},
+    {"user remove", "NAME", "remove a user and all rights", remove_user, 1, 1, 0, ""},
+    {"user password", "NAME", "set a user's password", set_user_password, 1, 1, 0,
+     "The password is read as `user add` does.\n"},
+    {"user rights", "NAME [RIGHT=0|1...]", "print or set what a user may do", user_rights, 1,
+     INT_MAX, 0, "Rights: pt (pan and tilt), admin, io, audio_in, audio_out.\n"},
+    {"admin show", "", "print the administrator's account", show_admin, 0, 0, 0, ""},
+    {"admin set", "NAME=VALUE...", "change the administrator's account", set_admin, 1, INT_MAX, 0,
+     "Fields: name (1 to 32 characters, none of a user), timeout.\n"},
+    {"admin password", "", "set the administrator's password", set_admin_password, 0, 0, 0,
+     "The password is read as `user add` does.\n"},
+
+    {"ntp show", "", "print when and from where the clock is set", show_ntp, 0, 0, 0,
+     "The lines are such as `ntp set` takes.\n"},
+    {"ntp set", "NAME=VALUE...", "change when and from where it is set", set_ntp, 1, INT_MAX, 0,
+     "Fields: mode (0 off, 1 by the job ntp_setcron of the crontab), server1, server2,\n"
+     "server3, updated_time (YYYYMMDD), date (-1 never, 0 every day, 1 Monday to 7\n"
+     "Sunday), hour, minute, retry (digits and /). With mode 0 only server1 and\n"
+     "updated_time can be set.\n"},
+    {"ntp sync", "", "set the clock now, in the background", sync_ntp, 0, 0, 0, ""},
+    {"zone list", "", "list the time zones", list_zones, 0, 0, 0, ""},
+    {"zone check", "INDEX", "tell whether a time zone may be used", check_zone, 1, 1, 0,
+     "Names the one to use instead: exit code 3 for one that is reserved, 1 when there is\n"
+     "none of this index.\n"},
+    {"dst", "[on|off]", "print or set daylight saving", daylight_saving, 0, 1, 0, ""},
+
+    {"xml get", "FILE PATH", "print what a node of a document holds", get_xml, 2, 2, 0,
+     "A FILE of - is standard input. PATH is /NAME[INDEX]/..., INDEX counted from 0 and 0\n"
+     "when left out. A text is printed as it is, what holds elements as XML.\n"},
+    {"xml attr", "FILE PATH NAME", "print an attribute of a node", get_xml_attribute, 3, 3, 0,
+     "FILE and PATH are as for `xml get`.\n"},
+    {"xml set", "FILE PATH TEXT", "change what a node of a document holds", set_xml, 3, 3,
+     takes(Option::kXml) | takes(Option::kCdata) | takes(Option::kAdd),
+     "FILE and PATH are as for `xml get`; elements of PATH that are missing are made. The\n"
+     "file is replaced at once or not at all. With - the document goes to standard\n"
+     "output.\n"},
 };
 
 }  // namespace

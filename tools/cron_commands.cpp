@@ -8,11 +8,11 @@
 
 #include <algorithm>
 
-#include "base/file_lock.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "base/unique_file.h"
 #include "tools/crontab_lines.h"
+#include "tools/edit_lock.h"
 #include "tools/ktctl.h"
 #include "tools/plain_text.h"
 #include "tools/settings_input.h"
@@ -124,13 +124,6 @@ int read_job(char** arguments, SchdEntry& entry) {
 
 // ---- Editing --------------------------------------------------------------
 
-[[nodiscard]] bool lock_crontab(FlockFile& lock) {
-  constexpr mode_t kMode = 0666;
-  if (lock.open(paths::kCrontabEditLock, kMode) && lock.lock_over_signals()) return true;
-  (void)fail(kSystemError, "%s: %s", paths::kCrontabEditLock, strerror(errno));
-  return false;
-}
-
 int explain(int result) {
   switch (result) {
     case 0:
@@ -156,7 +149,7 @@ long long crontab_size() {
 
 int remove_with(int (*remove)(SchdEntry*), SchdEntry& entry) {
   FlockFile lock;
-  if (!lock_crontab(lock)) return kSystemError;
+  if (!lock_edit(lock, paths::kCrontabEditLock)) return kSystemError;
   const Uninterrupted uninterrupted;
   const long long before = crontab_size();
   const int code = explain(remove(&entry));
@@ -204,7 +197,7 @@ int add_job(const Request& request) {
   const int unfit = read_job(request.arguments, entry);
   if (unfit != kDone) return unfit;
   FlockFile lock;
-  if (!lock_crontab(lock)) return kSystemError;
+  if (!lock_edit(lock, paths::kCrontabEditLock)) return kSystemError;
   const Uninterrupted uninterrupted;
   return explain(request.has(Option::kLinear) ? SCHDAddLinearSchedule(&entry)
                                               : SCHDAddSchedule(&entry));

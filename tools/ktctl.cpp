@@ -35,6 +35,9 @@ constexpr OptionText kOptions[] = {
     {"linear", nullptr, "a linear line, with an L in front"},
     {"command", "WORD", "all jobs whose command's first word this is"},
     {"yes", nullptr, "yes, erase all that is on the card"},
+    {"xml", nullptr, "TEXT is XML, not plain text"},
+    {"cdata", nullptr, "TEXT becomes a CDATA section"},
+    {"add", nullptr, "behind what the node holds, not in its place"},
 };
 static_assert(sizeof kOptions / sizeof kOptions[0] == kOptionCount);
 

@@ -20,6 +20,9 @@ enum class Option : unsigned {
   kLinear,
   kCommand,
   kYes,
+  kXml,
+  kCdata,
+  kAdd,
   kCount
 };
 
@@ -97,6 +100,29 @@ int mount_card(const Request& request);
 int unmount_card(const Request& request);
 int format_card(const Request& request);
 int card_settings(const Request& request);
+
+// Accounts.
+int list_users(const Request& request);
+int add_user(const Request& request);
+int remove_user(const Request& request);
+int set_user_password(const Request& request);
+int user_rights(const Request& request);
+int show_admin(const Request& request);
+int set_admin(const Request& request);
+int set_admin_password(const Request& request);
+
+// The clock.
+int show_ntp(const Request& request);
+int set_ntp(const Request& request);
+int sync_ntp(const Request& request);
+int list_zones(const Request& request);
+int check_zone(const Request& request);
+int daylight_saving(const Request& request);
+
+// XML documents.
+int get_xml(const Request& request);
+int get_xml_attribute(const Request& request);
+int set_xml(const Request& request);
 
 }  // namespace kt::tools
 

@@ -31,9 +31,9 @@ std::optional<long> parse_age(std::string_view text, long now) {
   const long unit = text.empty() ? 0 : unit_seconds(text.back());
   if (unit == 0) return std::nullopt;
   text.remove_suffix(1);
-  const auto count = parse_number<long>(text);
+  const auto count = parse_number<long long>(text);
   if (!count || *count < 0) return std::nullopt;
-  return *count <= now / unit ? now - *count * unit : 0;
+  return *count <= now / unit ? now - static_cast<long>(*count) * unit : 0;
 }
 
 bool is_in(int value, int lowest, int highest) {
