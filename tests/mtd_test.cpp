@@ -70,7 +70,7 @@ TEST(Geometry, supported_kinds_and_single_fields) {
       {512, 16, MTD_MLCNANDFLASH, prefix + "Unknow flash type, type=8\n"}};
   mtd_info_user info;
   const auto fields = [] {
-    std::vector<long> all = {kt_flash_get_logical_size(kDevice)};
+    std::vector<long long> all = {kt_flash_get_logical_size(kDevice)};
     for (const int which : {0, 1, 2, 7, -1}) all.push_back(kt_flash_mtdinfo(kDevice, which));
     return all;
   };
@@ -80,9 +80,9 @@ TEST(Geometry, supported_kinds_and_single_fields) {
     EXPECT_EQ(kt_flash_get_mtdinfo(kDevice, &info), trace.empty() ? 0 : -1) << page;
     EXPECT_EQ(memcmp(&info, &g_info, sizeof info), 0) << "filled also when refused";
     EXPECT_EQ(take_trace(), trace);
-    EXPECT_EQ(fields(), (std::vector<long>{0x90000000u, spare, page, 131072, 0, 0}));
+    EXPECT_EQ(fields(), (std::vector<long long>{0x90000000u, spare, page, 131072, 0, 0}));
   }
-  EXPECT_EQ(fields(), (std::vector<long>{UINT_MAX - 1, -1, -1, -1, -1, -1})) << "the request comes first";
+  EXPECT_EQ(fields(), (std::vector<long long>{UINT_MAX - 1, -1, -1, -1, -1, -1})) << "the request comes first";
   EXPECT_EQ(kt_flash_get_mtdinfo(kDevice, &info), -1);
   g_script = {0, 0};
   EXPECT_EQ(kt_flash_get_mtdinfo(0, &info) + kt_flash_get_mtdinfo(kDevice, nullptr), -2);

@@ -234,8 +234,9 @@ void insert(const char* path, Kind kind, const Shape& shape) {
   strcpy(chip->path, path);
   chip->kind = kind;
   chip->shape = shape;
-  const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   struct stat status;
+  if (stat(path, &status) == 0 && S_ISCHR(status.st_mode)) unlink(path);  // a real chip, as in the emulated camera
+  const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (fd < 0 || fstat(fd, &status) != 0) give_up("open", path);
   if (truncate(path, shape.size()) != 0) give_up("truncate", path);
   void* const cells = mmap(nullptr, shape.size(), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);

@@ -20,7 +20,7 @@ using namespace kt::test;
 using std::pair;
 using std::string;
 using std::to_string;
-using Results = std::vector<long>;
+using Results = std::vector<long long>;
 
 namespace {
 
@@ -54,7 +54,7 @@ extern "C" int system(const char* command) {
 
 namespace {
 
-void expect_each(long expected, const Results& results) { EXPECT_EQ(results, Results(results.size(), expected)); }
+void expect_each(long long expected, const Results& results) { EXPECT_EQ(results, Results(results.size(), expected)); }
 
 // What `call` returns for each content of a file.
 void expect_by_content(const char* path, const auto& cases, auto call) {
@@ -386,26 +386,27 @@ TEST(Timestamp, counts_only_with_its_twin) {
 
 TEST(Message, sizes_are_those_of_the_whole_record) {
   umask(0);
-  const int id = msg_init(0x1234), size = 2 * sizeof(long);
+  const int id = msg_init(0x1234), word = sizeof(long), size = 2 * word;
   const long sent[] = {7, -2};
-  Results got(3, -1);
+  std::vector<long> got(3, -1);
   long* const to = &got[0];
   msqid_ds queue;
-  expect_each(0, {msg_init(0x1234) - id, msg_send(id, sent, size), kt_msg_send(id, sent, size - 6, IPC_NOWAIT),
+  expect_each(0, {msg_init(0x1234) - id, msg_send(id, sent, size), kt_msg_send(id, sent, word + 2, IPC_NOWAIT),
                   msgctl(id, IPC_STAT, &queue)});
   EXPECT_EQ(queue.msg_perm.mode & 0777, 0666);
-  EXPECT_EQ(msg_recv(id, 7, to, size), 8);
-  EXPECT_EQ(got, Results({7, -2, -1}));
+  EXPECT_EQ(msg_recv(id, 7, to, size), word);
+  EXPECT_EQ(got, std::vector<long>({7, -2, -1}));
   EXPECT_EQ(kt_msg_recv(id, 0, to, size, IPC_NOWAIT), 2);
-  EXPECT_EQ(got, Results({7, 0xFFFE, -1}));
+  EXPECT_EQ(got, std::vector<long>({7, 0xFFFE, -1}));
   const auto take_turns = [=](int i) {
-    return i == 0 ? msg_recv(id, 7, to, size) - 8 : (usleep(50000), msg_send(id, sent, size));
+    return i == 0 ? msg_recv(id, 7, to, size) - word : (usleep(50000), msg_send(id, sent, size));
   };
   EXPECT_TRUE(in_processes(2, take_turns));  // one waits for the other
   const string text = printed([=] {
     EXPECT_EQ(kt_msg_recv(id, 0, to, size, IPC_NOWAIT), -2);
     EXPECT_EQ(msg_send(id, sent, size), 0);
-    for (const int flags : {0, IPC_NOWAIT | MSG_EXCEPT, IPC_NOWAIT}) EXPECT_EQ(kt_msg_recv(id, 0, to, 9, flags), -1);
+    for (const int flags : {0, IPC_NOWAIT | MSG_EXCEPT, IPC_NOWAIT})
+      EXPECT_EQ(kt_msg_recv(id, 0, to, word + 1, flags), -1);
     for (const auto& [record, bytes] : {pair<long*, int>{nullptr, size}, {to, 0}, {to, 4}})
       expect_each(-1, {msg_send(id, record, bytes), msg_recv(id, 0, record, bytes)});
     expect_each(-1, {msg_send(-1, sent, size), msg_recv(-1, 0, to, size)});
