@@ -4,11 +4,21 @@
 
 #include <time.h>
 
+#include <atomic>
+
 namespace kt {
+
+// localtime_r alone may go by the zone that there was at the first call. Asking for
+// the zone takes longer than all the rest, so it is done once a second at most.
+inline void refresh_time_zone() {
+  static constinit std::atomic<unsigned> refreshed_at = 0;
+  const auto now = static_cast<unsigned>(::time(nullptr));
+  if (refreshed_at.exchange(now, std::memory_order_relaxed) != now) ::tzset();
+}
 
 // False when the local time cannot be told.
 [[nodiscard]] inline bool to_local_time(time_t time, struct tm& result) {
-  ::tzset();  // localtime_r alone may go by the zone that there was at the first call
+  refresh_time_zone();
   return ::localtime_r(&time, &result) != nullptr;
 }
 

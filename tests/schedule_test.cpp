@@ -144,10 +144,11 @@ struct Compiled {
 };
 
 TEST_F(Schedule, goes_by_the_time_zone_of_the_moment) {
-  write_file(kSettings, "[VIDEO]\nvideo_define1=9,01:00,01:01\n");
+  write_file(kSettings, "[VIDEO]\nvideo_define1=9,01:00,01:02\n");
   set_clock(60);
   EXPECT_EQ(schedule_chk(1), 1);
   setenv("TZ", "XYZ-6:45", 1);
+  set_clock(61);
   EXPECT_EQ(schedule_chk(1), 0);
 }
 
