@@ -23,6 +23,7 @@ if(NOT KT_SANITIZE)
   # The trace line (10240 bytes) is the largest thing ever put on the stack.
   target_compile_options(kt_library_flags INTERFACE -Wframe-larger-than=11264)
 endif()
+# Its own functions are called directly, whatever a program has of the same name.
 target_link_options(kt_library_flags INTERFACE
-  -Wl,-z,defs -Wl,-z,relro,-z,now -Wl,-z,noexecstack -Wl,--gc-sections -Wl,--as-needed
+  -Wl,-z,defs -Wl,-Bsymbolic-functions -Wl,-z,relro,-z,now -Wl,-z,noexecstack -Wl,--gc-sections -Wl,--as-needed
   -Wl,--version-script=${PROJECT_SOURCE_DIR}/exports.sym)

@@ -311,11 +311,12 @@ TEST_F(KtctlRecords, documents_are_read_and_changed_by_path) {
   expect_run_with(kDocument, "xml get - '/a/b[2]'", 1, "", "-: /a/b[2]: not found");
   expect_run_with(kDocument, "xml attr - /a z", 1, "", "-: /a: z: no such attribute");
   expect_run_with(kDocument, "xml set --xml --cdata - /a x", 2, "", "--xml and --cdata exclude each other");
-  expect_refused(kDocument,
-                 "xml get - '/a/b[-1]'~PATH: /a/b[-1]: /NAME|xml set - a x~PATH: a: /NAME|xml set - '/a/b[3]' x~PATH: "
-                 "/a/b[3]: the|"
-                 "xml set --xml - /a '<q>'~TEXT|xml set --xml - /a '<q/>lost'~TEXT|xml set - '/a/d e' ''~not written|"
-                 "xml set - /a 'caf\xe9'~not written|xml set - / x~not written");
+  expect_refused(
+      kDocument,
+      "xml get - '/a/b[-1]'~PATH: /a/b[-1]: /NAME|xml set - a x~PATH: a: /NAME|xml set - '/a/b[3]' x~PATH: "
+      "/a/b[3]: the|"
+      "xml set --xml - /a '<q>'~TEXT|xml set --xml - /a '<q/>lost'~TEXT|xml set - '/a/d e=\"1\"' ''~not written|"
+      "xml set - /a 'caf\xe9'~not written|xml set - / x~not written");
   expect_run_with("\r\n " + kWide, "xml set - /a/b y", 0, replaced(kWide, "</a>", "<b>y</b></a>"), "");
   const string kBroken = "|text|<a><b></a>|<a/><b/>|<a/>lost|<?xml?><a/>\x01<b/>|<?xml?><a/>\xc3(<b/>";
   std::istringstream broken(kBroken + string("|<a/>\n\0", 7));
