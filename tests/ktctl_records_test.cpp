@@ -15,7 +15,7 @@ using namespace kt::test;
 using std::string, std::to_string;
 
 // A terminal, played on what is standard input: /tmp/tty has what it was told.
-extern "C" int isatty(int) noexcept { return 1; }
+extern "C" int isatty(int fd) noexcept { return fd == STDIN_FILENO; }
 extern "C" int tcgetattr(int, termios* terminal) noexcept { return *terminal = {}, terminal->c_lflag = ECHO, 0; }
 extern "C" int tcsetattr(int, int, const termios* terminal) noexcept {
   write_file("/tmp/tty", read_file("/tmp/tty") + ((terminal->c_lflag & ECHO) != 0 ? " show" : " hide"));

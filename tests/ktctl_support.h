@@ -33,15 +33,21 @@ class Process {
     return {code, read_file("/tmp/run.out"), read_file("/tmp/run.err")};
   }
   pid_t pid() const { return pid_; }
-  bool blocks(int number) const {
+  // Whether it keeps a signal waiting. The C library blocks them all for a moment when
+  // a process starts another one: before the command has begun, that does not count.
+  bool blocks(int number) {
     const std::string status = read_file("/proc/" + std::to_string(pid_) + "/status");
     const size_t mask = status.find("SigBlk:");
-    return mask != std::string::npos && (stoull(status.substr(mask + 8), nullptr, 16) >> (number - 1) & 1) != 0;
+    const auto bits = mask == std::string::npos ? 0 : stoull(status.substr(mask + 8), nullptr, 16);
+    const auto blocked = [bits](int n) { return (bits >> (n - 1) & 1) != 0; };
+    begun_ = begun_ || (blocked(SIGTERM) && !blocked(SIGUSR1));
+    return begun_ && blocked(number);
   }
 
  private:
   pid_t pid_;
   int status_ = -1;
+  bool begun_ = false;
 };
 
 inline Result ktctl(const std::string& arguments, const char* redirections = "") {

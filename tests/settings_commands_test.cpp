@@ -45,7 +45,7 @@ class Commands : public testing::Test {
     saved_defaults_ = read_file(kDefaults);
     write_file(kDefaults, settings_text("defaults"));
     run("rm -rf /mnt/ramdisk/* /tmp/debug/cgi/*; mkdir -p /mnt/ramdisk/env");
-    for (const char* device : {kNormalDevice, kBackupDevice}) write_file(device, string(kDeviceSize, '\xFF'));
+    for (const char* device : {kNormalDevice, kBackupDevice}) write_partition(device, string(kDeviceSize, '\xFF'));
     write_file(kSettings, settings_text("live"));
   }
   void TearDown() override { write_file(kDefaults, saved_defaults_); }
@@ -92,7 +92,7 @@ TEST_F(Commands, are_run_in_order_and_to_the_letter) {
       {"boot", [] { return unlink(kSettings), fl_read_conf(kSettings); }, kClear + read_copy},
       {"boot without copies",
        [] {
-         truncate(kNormalDevice, 0), truncate(kBackupDevice, 0), unlink(kSettings);
+         write_partition(kNormalDevice, ""), write_partition(kBackupDevice, ""), unlink(kSettings);
          return fl_read_conf(kSettings);
        },
        kClear + "sync\n" + kClear + "sync\n/bin/mkdir -p  /mnt/ramdisk/env >/dev/null 2>/dev/null\n" + kReset},
@@ -118,13 +118,17 @@ TEST_F(Commands, traces_tell_the_story_of_a_save_and_a_boot) {
             "8 fl_write_conf()ENV: fl_write_conf()ret1 = 0\n"
             "8 fl_write_conf()ENV: fl_write_conf()ret = 0, unlock *.\n");
   unlink(kSettings);
-  write_file(kNormalDevice, "");
+  write_partition(kNormalDevice, "");
   EXPECT_EQ(fl_read_conf(kSettings), 0);
-  EXPECT_EQ(trace(),
-            "8 fl_read_conf()fl_read_conf() get back up configuration OK\n"
-            "8 fl_read_conf()fl_read_conf() check cfg version OK\n");
-  unlink(kNormalDevice);
+  EXPECT_EQ(
+      trace(),
+      string(on_chip() ? "4 kt_flash_get_env_from_flash()Error: kt_flash_get_env_from_flash(),envheader is wrong \n"
+                       : "") +  // nothing can be read of an empty file
+          "8 fl_read_conf()fl_read_conf() get back up configuration OK\n"
+          "8 fl_read_conf()fl_read_conf() check cfg version OK\n");
+  rename(kNormalDevice, "/dev/aside");
   EXPECT_EQ(fl_write_conf(kSettings), -2);
+  rename("/dev/aside", kNormalDevice);
   const string attempt =
       "4 flash_open()flash_open():Open file fail\n"
       "4 fl_conf_ram2flash()Error:  write /mnt/ramdisk/*.tgz in MTD_CONF0 is wrong\n";
@@ -144,7 +148,7 @@ TEST_F(Commands, failures_before_the_flash_leave_the_lock_free_and_nothing_behin
   EXPECT_EQ(fl_write_conf("/tmp/x"), -1) << "a file that cannot be copied";
   EXPECT_EQ(title_of_settings(), "live");
   EXPECT_EQ(files_in("/mnt/ramdisk"), std::vector<string>{"env"});
-  EXPECT_EQ(read_file(kNormalDevice)[0], '\xFF');
+  EXPECT_EQ(read_partition(kNormalDevice)[0], '\xFF');
   run("chmod 0444 /etc/def_sys.conf");
   char title[33] = "";
   EXPECT_EQ(PRO_GetStr("SYSTEM", "title", title, 32, nullptr), -1) << "defaults that cannot be written serve nobody";

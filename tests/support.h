@@ -31,7 +31,8 @@ inline void write_file(const std::string& path, const std::string& content) {
 inline std::string read_file(const std::string& path) {
   const unique_file file = open_file(path.c_str(), "re");
   std::string content = file.ok() ? "" : "(none)";
-  for (int c; file.ok() && (c = getc_unlocked(file.get())) != EOF;) content += static_cast<char>(c);
+  char piece[4096];
+  for (size_t n; file.ok() && (n = fread(piece, 1, sizeof piece, file.get())) > 0;) content.append(piece, n);
   return content;
 }
 

@@ -54,14 +54,14 @@ class Web : public testing::Test {
     lose_power();
     ASSERT_EQ(
         run("cp /rom/etc/def_sys.conf /etc; mkdir -p /tmp/standin; rm -f /tmp/standin/auth.log /tmp/debug/user/*"), 0);
-    for (const char* device : {kNormalDevice, kBackupDevice}) write_file(device, string(kDeviceSize, '\xFF'));
+    for (const char* device : {kNormalDevice, kBackupDevice}) write_partition(device, string(kDeviceSize, '\xFF'));
     boot();
   }
   void TearDown() override { run("kill $(cat /tmp/hydra.lock 2>/dev/null) 2>/dev/null"); }
   static void boot() { ASSERT_EQ(run("ktctl restore >/dev/null 2>&1"), 0); }
 
   static auto everything() {
-    return tuple(read_file(kSettings), read_file(kNormalDevice), read_file(kBackupDevice),
+    return tuple(read_file(kSettings), read_partition(kNormalDevice), read_partition(kBackupDevice),
                  read_file("/mnt/ramdisk/crontab"), read_file("/tmp/standin/auth.log"), logged());
   }
 };
