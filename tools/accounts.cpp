@@ -119,7 +119,9 @@ int read_accounts(Accounts& accounts) {
 }
 
 int AccountsEdit::begin() {
-  if (!lock_edit(lock_, paths::kAccountsEditLock) || !wait_until_unlocked()) return kSystemError;
+  int code = lock_edit(lock_, paths::kAccountsEditLock);
+  if (code == kDone) code = wait_until_unlocked();
+  if (code != kDone) return code;
   uninterrupted_.emplace();
   return kDone;
 }

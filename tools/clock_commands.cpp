@@ -162,7 +162,8 @@ int store_daylight_saving(bool wanted) {
   bool on = false;
   int code = read_daylight_saving(on);
   if (code != kDone || on == wanted) return code;
-  if (!wait_until_unlocked()) return kSystemError;
+  code = wait_until_unlocked();
+  if (code != kDone) return code;
   const Uninterrupted uninterrupted;
   const bool done = WriteDayLightSaving(wanted ? 1 : 0) == 0;
   code = read_daylight_saving(on);
@@ -183,10 +184,12 @@ int show_ntp(const Request&) {
 int set_ntp(const Request& request) {
   const std::span assignments(request.arguments, static_cast<size_t>(request.count));
   FlockFile lock;  // the job is in the crontab
-  if (!lock_edit(lock, paths::kCrontabEditLock) || !wait_until_unlocked()) return kSystemError;
+  int code = lock_edit(lock, paths::kCrontabEditLock);
+  if (code == kDone) code = wait_until_unlocked();
+  if (code != kDone) return code;
   const Uninterrupted uninterrupted;
   NTPConf before;
-  int code = read_ntp(before);
+  code = read_ntp(before);
   if (code != kDone) return code;
   NTPConf after = before;
   code = set_fields(kFields, assignments, &after);

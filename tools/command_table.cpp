@@ -6,6 +6,9 @@ namespace kt::tools {
 namespace {
 
 constexpr unsigned kTakesFile = takes(Option::kFile);
+// Of all that write something, and of all that tell something.
+[[maybe_unused]] constexpr unsigned kWrites = takes(Option::kDryRun) | takes(Option::kLockTimeout);
+[[maybe_unused]] constexpr unsigned kTells = takes(Option::kShell) | takes(Option::kJson);
 
 constexpr Command kCommands[] = {
     {"get", "SECTION KEY", "print one value", get_value, 2, 2, kTakesFile,

@@ -149,7 +149,7 @@ long long crontab_size() {
 
 int remove_with(int (*remove)(SchdEntry*), SchdEntry& entry) {
   FlockFile lock;
-  if (!lock_edit(lock, paths::kCrontabEditLock)) return kSystemError;
+  if (const int code = lock_edit(lock, paths::kCrontabEditLock); code != kDone) return code;
   const Uninterrupted uninterrupted;
   const long long before = crontab_size();
   const int code = explain(remove(&entry));
@@ -197,7 +197,7 @@ int add_job(const Request& request) {
   const int unfit = read_job(request.arguments, entry);
   if (unfit != kDone) return unfit;
   FlockFile lock;
-  if (!lock_edit(lock, paths::kCrontabEditLock)) return kSystemError;
+  if (const int code = lock_edit(lock, paths::kCrontabEditLock); code != kDone) return code;
   const Uninterrupted uninterrupted;
   return explain(request.has(Option::kLinear) ? SCHDAddLinearSchedule(&entry)
                                               : SCHDAddSchedule(&entry));

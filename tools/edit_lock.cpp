@@ -1,17 +1,12 @@
 #include "tools/edit_lock.h"
 
-#include <errno.h>
-#include <string.h>
-
-#include "tools/ktctl.h"
+#include "tools/lock_timeout.h"
 
 namespace kt::tools {
 
-bool lock_edit(FlockFile& lock, const char* path) {
+int lock_edit(FlockFile& lock, const char* path) {
   constexpr mode_t kMode = 0666;
-  if (lock.open(path, kMode) && lock.lock_over_signals()) return true;
-  (void)fail(kSystemError, "%s: %s", path, strerror(errno));
-  return false;
+  return take_lock(lock, path, kMode);
 }
 
 }  // namespace kt::tools

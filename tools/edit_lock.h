@@ -7,8 +7,9 @@
 
 namespace kt::tools {
 
-// Waits for the lock at `path`; false after it has said why not.
-[[nodiscard]] bool lock_edit(FlockFile& lock, const char* path);
+// Waits for the lock at `path`. Returns kDone, or the exit code after it has said
+// why not.
+[[nodiscard]] int lock_edit(FlockFile& lock, const char* path);
 
 }  // namespace kt::tools
 

@@ -91,7 +91,7 @@ int check_unique(const EventConfig& config, int number, const char* name) {
 // that no other writer is half-way: what is read becomes a part of what is written.
 int read_to_change(int number, EventConfig& config, Value& entry) {
   SettingsLock lock;
-  if (!lock.wait()) return kSystemError;
+  if (const int code = lock.wait(); code != kDone) return code;
   const int unread = read_events_locked(config);
   if (unread != kDone || !in_use(config.events[number - 1])) return unread;
   const unique_file file = open_file(paths::kSettings, "re");
@@ -189,7 +189,7 @@ int event_settings(const Request& request) {
   }
   const int refused = set_fields(kSettingsFields, assignments, &after);
   if (refused != kDone) return refused;
-  if (!wait_until_unlocked()) return kSystemError;
+  if (const int code = wait_until_unlocked(); code != kDone) return code;
   const Uninterrupted uninterrupted;  // over both writes
   int code = kDone;
   if (after.trigger != before.trigger) code = store_number(kTrigger, after.trigger);

@@ -69,7 +69,7 @@ const char* explain_save_result(int result) {
 // The library's result is about the normal copy alone.
 int check_both_copies() {
   SettingsLock lock;
-  if (!lock.wait()) return kSystemError;
+  if (const int code = lock.wait(); code != kDone) return code;
   if (are_equal(inspect_copy(kNormalIndex), inspect_copy(kBackupIndex))) return kDone;
   return fail(kSystemError,
               "%s: saved in the normal copy, but the backup copy could not be written: a power "
@@ -85,7 +85,7 @@ void make_settings_directory() {
 int save_with(int (*save)(const char*), const char* path) {
   const int unfit = check_savable(path);
   if (unfit != kDone) return unfit;
-  if (!wait_until_unlocked()) return kSystemError;
+  if (const int code = wait_until_unlocked(); code != kDone) return code;
   const Uninterrupted uninterrupted;
   make_settings_directory();
   const int result = save(path);
@@ -208,7 +208,7 @@ int reset_settings(const Request&) {
 
 int restore_settings(const Request&) {
   // A boot needs its settings even where there is no lock to be had.
-  const bool lockable = wait_until_unlocked();
+  const int unlockable = wait_until_unlocked();
   const Uninterrupted uninterrupted;
   if (fl_read_conf(paths::kSettings) != 0) {
     return fail(kSystemError,
@@ -216,7 +216,7 @@ int restore_settings(const Request&) {
                 "of %s could not be put in place",
                 paths::kSettings, paths::kDefaultSettings);
   }
-  return lockable ? report_repair(repair_copies()) : kSystemError;
+  return unlockable == kDone ? report_repair(repair_copies()) : unlockable;
 }
 
 int show_flash(const Request&) {

@@ -11,6 +11,8 @@
 #include "base/paths.h"
 #include "base/unique_fd.h"
 #include "tools/command_table.h"
+#include "tools/lock_timeout.h"
+#include "tools/number.h"
 
 namespace kt::tools {
 namespace {
@@ -38,12 +40,16 @@ constexpr OptionText kOptions[] = {
     {"xml", nullptr, "TEXT is XML, not plain text"},
     {"cdata", nullptr, "TEXT becomes a CDATA section"},
     {"add", nullptr, "behind what the node holds, not in its place"},
+    {"dry-run", nullptr, "say what would be done, without doing it"},
+    {"lock-timeout", "SECONDS", "give up when another holds a lock for longer"},
+    {"shell", nullptr, "NAME='VALUE', for eval"},
+    {"json", nullptr, "as one JSON document"},
 };
 static_assert(sizeof kOptions / sizeof kOptions[0] == kOptionCount);
 
 constexpr char kExitCodes[] =
     "Exit codes: 0 done, 1 not found or different, 2 wrong usage, 3 input refused,\n"
-    "4 system error.\n";
+    "4 system error, 5 lock not had in time.\n";
 
 // ---- Finding the command --------------------------------------------------
 
@@ -196,6 +202,22 @@ void print_help_of(const Command& command) {
 
 // ---- Running --------------------------------------------------------------
 
+// The options that mean the same to all commands that take them.
+int run_with_options(const Command& command, const Request& request) {
+  if (request.has(Option::kShell) && request.has(Option::kJson)) {
+    return fail(kUsage, "--shell and --json: one of them is wanted");
+  }
+  if (const char* const text = request.value(Option::kLockTimeout)) {
+    const auto seconds = parse_number(text);
+    if (!seconds || *seconds < 0 || *seconds > kLongestLockTimeout) {
+      return fail(kUsage, "--lock-timeout: %s: whole seconds from 0 to %d are wanted", text,
+                  kLongestLockTimeout);
+    }
+    set_lock_timeout(*seconds);
+  }
+  return command.run(request);
+}
+
 int run_command(const CommandLine& line) {
   const Command& command = *line.command;
   if (line.request.count < command.fewest || line.request.count > command.most) {
@@ -207,7 +229,7 @@ int run_command(const CommandLine& line) {
     return fail(kUsage, "%s does not take --%s; see ktctl %s --help", command.name,
                 kOptions[i].name, command.name);
   }
-  return command.run(line.request);
+  return run_with_options(command, line.request);
 }
 
 // What was printed counts only once it has been written.

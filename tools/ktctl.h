@@ -4,8 +4,14 @@
 
 namespace kt::tools {
 
-// 5 is kept free for a lock that is not had in time.
-enum ExitCode : int { kDone = 0, kNotFound = 1, kUsage = 2, kRefused = 3, kSystemError = 4 };
+enum ExitCode : int {
+  kDone = 0,
+  kNotFound = 1,  // or different
+  kUsage = 2,
+  kRefused = 3,
+  kSystemError = 4,
+  kLockTimeout = 5,
+};
 
 // Options; ktctl.cpp has their names and the commands' table says which one takes
 // which.
@@ -23,6 +29,10 @@ enum class Option : unsigned {
   kXml,
   kCdata,
   kAdd,
+  kDryRun,
+  kLockTimeout,
+  kShell,
+  kJson,
   kCount
 };
 
@@ -45,6 +55,7 @@ struct Request {
     return values[static_cast<unsigned>(option)];
   }
   [[nodiscard]] bool has(Option option) const { return value(option) != nullptr; }
+  [[nodiscard]] bool dry_run() const { return has(Option::kDryRun); }
 };
 
 // Prints "ktctl: " and the message to standard error and returns `code`.
@@ -53,6 +64,9 @@ struct Request {
 // The same for a file that cannot be used, with the reason that errno gives:
 // kNotFound where there is no such file, else kSystemError.
 int fail_errno(const char* path);
+
+// For --dry-run: prints "would " and the message to standard output; kDone.
+[[gnu::format(printf, 1, 2)]] int would(const char* format, ...);
 
 // Each of these runs one command and returns its exit code.
 int get_value(const Request& request);

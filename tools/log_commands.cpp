@@ -53,7 +53,7 @@ constexpr Field kSettingsFields[] = {
 };
 
 int store_settings(const SysLogData& wanted) {
-  if (!wait_until_unlocked()) return kSystemError;
+  if (const int code = wait_until_unlocked(); code != kDone) return code;
   const Uninterrupted uninterrupted;
   SysLogData stored = {};
   // A write does not tell whether its copy command found room on the disk.

@@ -17,6 +17,16 @@ int fail(ExitCode code, const char* format, ...) {
   return code;
 }
 
+int would(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  (void)printf("would ");
+  (void)vprintf(format, arguments);
+  (void)printf("\n");
+  va_end(arguments);
+  return kDone;
+}
+
 int fail_errno(const char* path) {
   if (errno == ENOENT) return fail(kNotFound, "%s: not found", path);
   return fail(kSystemError, "%s: %s", path, strerror(errno));

@@ -136,7 +136,7 @@ int store(const Form& form) {
   config.duration = form.duration_s;
   config.file_size = parse_number<unsigned long long>(form.file_size_bytes).value_or(0);
   memcpy(config.schedule, form.schedule, sizeof config.schedule);
-  if (!wait_until_unlocked()) return kSystemError;
+  if (const int code = wait_until_unlocked(); code != kDone) return code;
   const Uninterrupted uninterrupted;
   Form stored;
   // A write does not tell whether its copy command found room on the disk.

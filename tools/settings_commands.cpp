@@ -34,9 +34,9 @@ struct Edit {
 // the file and the section in it. Returns kDone or what is to be the exit code.
 int begin_edit(const char* path, const Section& section, Edit& edit) {
   if (!check_section(path, section) || !check_path(path)) return kRefused;
-  if (!wait_until_unlocked()) return kSystemError;
+  if (const int code = wait_until_unlocked(); code != kDone) return code;
   edit.uninterrupted.emplace();
-  if (!edit.lock.wait()) return kSystemError;
+  if (const int code = edit.lock.wait(); code != kDone) return code;
   unique_file file;
   const int unfit = open_settings(path, file);
   if (unfit != kDone) return unfit;

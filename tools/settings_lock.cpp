@@ -1,11 +1,9 @@
 #include "tools/settings_lock.h"
 
-#include <errno.h>
-#include <string.h>
 #include <unistd.h>
 
 #include "base/paths.h"
-#include "tools/ktctl.h"
+#include "tools/lock_timeout.h"
 
 namespace kt::tools {
 namespace {
@@ -14,11 +12,8 @@ constexpr int kWaitingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP};
 
 }  // namespace
 
-bool SettingsLock::wait() {
-  if (lock_.open(paths::kSettingsLock, paths::kSettingsLockMode) && lock_.lock_over_signals())
-    return true;
-  (void)fail(kSystemError, "%s: %s", paths::kSettingsLock, strerror(errno));
-  return false;
+int SettingsLock::wait() {
+  return take_lock(lock_, paths::kSettingsLock, paths::kSettingsLockMode);
 }
 
 void SettingsLock::try_for_a_moment() {
@@ -26,7 +21,7 @@ void SettingsLock::try_for_a_moment() {
   for (int tries = 0; tries < 10 && !lock_.lock_at_once(); ++tries) (void)::usleep(10000);
 }
 
-bool wait_until_unlocked() {
+int wait_until_unlocked() {
   SettingsLock lock;
   return lock.wait();
 }

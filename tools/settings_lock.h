@@ -11,8 +11,8 @@ namespace kt::tools {
 
 class SettingsLock {
  public:
-  // Waits for the lock; false after it has said why not.
-  [[nodiscard]] bool wait();
+  // Waits for the lock. Returns kDone, or the exit code after it has said why not.
+  [[nodiscard]] int wait();
 
   // For readers, so that they do not see a file that is just being replaced.
   // Tries for 0.1 second and goes on without: whoever holds the lock for longer
@@ -23,9 +23,9 @@ class SettingsLock {
   FlockFile lock_;
 };
 
-// Waits until nobody holds the lock; false after it has said why not. Done before
-// signals are kept waiting, it lets a person give up on a lock that stays held.
-[[nodiscard]] bool wait_until_unlocked();
+// Waits until nobody holds the lock; returns what `wait` does. Done before signals are
+// kept waiting, it lets a person give up on a lock that stays held.
+[[nodiscard]] int wait_until_unlocked();
 
 // While it lives, signals wait, in this process and in the shell commands that it
 // runs: one from the terminal would end a copy command half way, or stop a

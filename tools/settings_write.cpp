@@ -27,12 +27,12 @@ int store_value(const char* path, const Section& section, const char* key, const
   if (::stat(path, &status) == 0 && !S_ISREG(status.st_mode)) {
     return fail(kRefused, "%s: no regular file", path);
   }
-  if (!wait_until_unlocked()) return kSystemError;
+  if (const int code = wait_until_unlocked(); code != kDone) return code;
   const Uninterrupted uninterrupted;
   if (PRO_SetStr(section.text(), key, wanted, path) != 0) return not_written(path, section);
   // The write does not tell whether its copy command found room on the disk.
   SettingsLock lock;
-  if (!lock.wait()) return kSystemError;
+  if (const int code = lock.wait(); code != kDone) return code;
   const unique_file file = open_file(path, "re");
   Value value;
   const bool written =
