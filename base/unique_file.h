@@ -5,6 +5,8 @@
 #include <errno.h>
 #include <stdio.h>
 
+#include "base/unique_fd.h"
+
 namespace kt {
 
 class unique_file {
@@ -57,6 +59,13 @@ class unique_file {
 // fopen(3); `mode` carries the 'e' of close-on-exec ("re", "we", "r+e").
 [[nodiscard]] inline unique_file open_file(const char* path, const char* mode) {
   return unique_file(::fopen(path, mode));
+}
+
+// A stream on `fd`, which it takes over.
+[[nodiscard]] inline unique_file open_file(unique_fd fd, const char* mode) {
+  unique_file stream(::fdopen(fd.get(), mode));
+  if (stream.ok()) (void)fd.release();  // the stream's from now on
+  return stream;
 }
 
 }  // namespace kt

@@ -81,11 +81,12 @@ void read_by_library(Node* tree) {
   }
 }
 
+// The new text is there before the old one goes, which it may come from.
 void write_by_hand(Node* tree) {
   for (const std::string& path : g_paths) {
     Node* const node = walk(tree, path.c_str(), true);
-    while (Node* const child = mxmlGetFirstChild(node)) mxmlDelete(child);
-    mxmlNewOpaque(node, "another value");
+    Node* const text = mxmlNewOpaque(node, "another value");
+    for (Node* child; (child = mxmlGetFirstChild(node)) != text;) mxmlDelete(child);
   }
 }
 

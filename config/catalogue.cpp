@@ -2,6 +2,7 @@
 #include <string.h>
 
 #include "base/paths.h"
+#include "base/unique_file.h"
 #include "config/ini_line.h"
 #include "ktcomm/config.h"
 

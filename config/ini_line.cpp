@@ -7,7 +7,6 @@
 
 #include "base/shell.h"
 #include "base/text.h"
-#include "base/unique_fd.h"
 
 namespace kt {
 namespace {
@@ -25,8 +24,8 @@ SectionHeader::SectionHeader(std::string_view section)
   built_.append("]");
 }
 
-bool SectionHeader::matches(const IniLine& line, LetterCase letter_case) const {
-  return valid() && line.is_header() && begins_with(line.view(), text(), letter_case);
+bool SectionHeader::matches(std::string_view line, LetterCase letter_case) const {
+  return valid() && begins_with(line, text(), letter_case);  // which begins with a bracket
 }
 
 void cut_at_line_feed(const char* section) {
@@ -76,19 +75,19 @@ void store_value(std::string_view value, char* out, size_t size) {
   out[count] = '\0';
 }
 
-unique_file open_or_create(const char* path) {
+unique_fd open_or_create(const char* path) {
   if (path == nullptr || strlen(path) > kLongestPath) {
     errno = path == nullptr ? EINVAL : ENAMETOOLONG;
-    return unique_file();
+    return unique_fd();
   }
-  unique_file file = open_file(path, "re");
+  unique_fd file = open_fd(path, O_RDONLY);
   if (!file.ok()) {
     // Not truncating: another writer may have made the file in the meantime.
-    if (!open_fd(path, O_WRONLY | O_CREAT, 0666).ok()) return unique_file();
-    file = open_file(path, "re");
+    if (!open_fd(path, O_WRONLY | O_CREAT, 0666).ok()) return unique_fd();
+    file = open_fd(path, O_RDONLY);
   }
   struct stat status;
-  if (file.ok() && ::fstat(fileno(file.get()), &status) == 0 && !S_ISREG(status.st_mode)) {
+  if (file.ok() && ::fstat(file.get(), &status) == 0 && !S_ISREG(status.st_mode)) {
     errno = EINVAL;
     file.reset();
   }

@@ -11,16 +11,23 @@
 #include <string_view>
 
 #include "base/line_reader.h"
+#include "base/line_window.h"
 #include "base/string_buffer.h"
-#include "base/unique_file.h"
+#include "base/unique_fd.h"
 
 namespace kt {
 
 enum class LetterCase { kExact, kIgnored };
 
-// One line, or one piece of a line longer than that: at most 511 characters.
+// Longer lines count as several.
+constexpr size_t kIniPiece = 511;
+
+// What is read of a file at once.
+constexpr size_t kIniRoom = 4096;
+
+// One line, or one piece of a longer one.
 struct IniLine {
-  char text[512];
+  char text[kIniPiece + 1];
   size_t length = 0;
 
   [[nodiscard]] bool read(FILE* stream) {
@@ -41,7 +48,7 @@ class SectionHeader {
   // False for an over-long bare name: such a section is nowhere.
   [[nodiscard]] bool valid() const { return !built_.truncated(); }
   [[nodiscard]] std::string_view text() const { return bracketed_ ? given_ : built_.view(); }
-  [[nodiscard]] bool matches(const IniLine& line, LetterCase letter_case) const;
+  [[nodiscard]] bool matches(std::string_view line, LetterCase letter_case) const;
 
  private:
   StringBuffer<63> built_;
@@ -81,10 +88,15 @@ struct KeyMatch {
 // size their buffers one byte larger than the limit that they pass.
 void store_value(std::string_view value, char* out, size_t size);
 
+// Looks a key up in a file, without the factory defaults: the value is stored as
+// by store_value.
+[[nodiscard]] bool look_up(LineWindow& lines, const char* section, const char* key, char* out,
+                           size_t size);
+
 // Opens a settings file for reading, creating an empty one where it is missing.
-// Null for anything but a regular file, which may be endless, and for a path too
+// Refused is anything but a regular file, which may be endless, and a path too
 // long to be given to the shell.
-[[nodiscard]] unique_file open_or_create(const char* path);
+[[nodiscard]] unique_fd open_or_create(const char* path);
 
 }  // namespace kt
 

@@ -96,7 +96,7 @@ int copy_to_header(const SectionHeader& header, bool append) {
   IniLine line;
   bool complete = true;
   while (line.read(ifp)) {
-    const bool found = header.matches(line, LetterCase::kExact);
+    const bool found = header.matches(line.view(), LetterCase::kExact);
     if ((!found || append) && !write_text(line.view())) return -1;
     // A header that ends the file without a line feed gets one, like any last line.
     if (found && append && !line.is_complete() && is_at_end(ifp) && !write_text("\n")) return -1;
@@ -115,7 +115,7 @@ using namespace kt;
 
 FILE* PRO_uopen(const char* path) {
   give_up();
-  unique_file in = open_or_create(path);
+  unique_file in = open_file(open_or_create(path), "r");
   if (!in.ok()) return nullptr;
   g_pass.out = create_temp_file(g_pass.copy, "/tmp/uXXXXXX").release();
   if (g_pass.out != nullptr) ifp = in.release();

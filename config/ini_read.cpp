@@ -1,7 +1,10 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <span>
+
 #include "base/paths.h"
+#include "base/unique_file.h"
 #include "base/unique_malloc.h"
 #include "config/ini_line.h"
 #include "ktcomm/config.h"
@@ -11,47 +14,50 @@ namespace {
 
 constexpr int kNumberLimit = 63;  // and the byte more that a value of exactly the limit takes
 
-int find_section(const char* section, FILE* stream, LetterCase letter_case) {
-  constexpr int kFound = 0;
-  constexpr int kNotFound = 1;
-  if (section == nullptr || stream == nullptr) return kNotFound;
+bool find_section(LineWindow& lines, const char* section, LetterCase letter_case) {
   cut_at_line_feed(section);
   const SectionHeader header(section);
-  rewind(stream);
-  IniLine line;
-  while (line.read(stream)) {
-    if (header.matches(line, letter_case)) return kFound;
-  }
-  return kNotFound;
-}
-
-// Reads the lines of one section until one gives the key's value.
-bool scan_for_key(const char* key, char* out, size_t size, FILE* stream, char* line,
-                  size_t line_size) {
-  while (const size_t length = read_line(stream, line, line_size)) {
-    if (line[0] == '[') return false;
-    const auto value = find_value({line, length}, key);
-    if (!value) continue;
-    store_value(strip_line_end(*value), out, size);
-    return true;
+  while (lines.skip_to('[')) {
+    if (header.matches(lines.next(), letter_case)) return true;
   }
   return false;
 }
 
+int find_section(const char* section, FILE* stream, LetterCase letter_case) {
+  constexpr int kFound = 0;
+  constexpr int kNotFound = 1;
+  if (section == nullptr || stream == nullptr) return kNotFound;
+  char room[kIniRoom];
+  LineWindow lines(stream, room, kIniPiece);
+  const bool is_found = find_section(lines, section, letter_case);
+  lines.put_back();
+  return is_found ? kFound : kNotFound;
+}
+
+// Lines of a value this long are cut further behind.
+size_t piece_for(size_t size) {
+  return size > kIniPiece + 1 ? size + 63 : kIniPiece;
+}
+
+bool look_up(const char* section, const char* key, char* out, size_t size, FILE* stream,
+             std::span<char> room) {
+  LineWindow lines(stream, room, kIniPiece);
+  const bool is_found = look_up(lines, section, key, out, size);
+  lines.put_back();
+  return is_found;
+}
+
 bool look_up(const char* section, const char* key, char* out, int size, FILE* stream) {
   if (stream == nullptr) return false;
-  if (section == nullptr) {
-    rewind(stream);
-  } else if (find_section(section, stream, LetterCase::kExact) != 0) {
-    return false;
-  }
   const size_t limit = static_cast<size_t>(size);
-  if (limit > sizeof IniLine::text) {
-    const auto line = allocate<char>(limit + 64);
-    return line != nullptr && scan_for_key(key, out, limit, stream, line.get(), limit + 64);
+  const size_t piece = piece_for(limit);
+  if (piece > kIniPiece) {
+    const auto room = allocate<char>(piece + kIniRoom);
+    return room != nullptr &&
+           look_up(section, key, out, limit, stream, {room.get(), piece + kIniRoom});
   }
-  char line[sizeof IniLine::text];
-  return scan_for_key(key, out, limit, stream, line, sizeof line);
+  char room[kIniRoom];
+  return look_up(section, key, out, limit, stream, room);
 }
 
 // The text of a number, or null when it is not found.
@@ -62,6 +68,20 @@ const char* get_number(const char* section, const char* key, const void* out, FI
 }
 
 }  // namespace
+
+bool look_up(LineWindow& lines, const char* section, const char* key, char* out, size_t size) {
+  if (section != nullptr && !find_section(lines, section, LetterCase::kExact)) return false;
+  lines.set_piece(piece_for(size));
+  const std::string_view wanted(key);
+  for (auto line = lines.next(); !line.empty() && line.front() != '['; line = lines.next()) {
+    const auto value = find_value(line, wanted);
+    if (!value) continue;
+    store_value(strip_line_end(*value), out, size);
+    return true;
+  }
+  return false;
+}
+
 }  // namespace kt
 
 using namespace kt;

@@ -27,12 +27,12 @@ enum class Outcome { kFailed, kChangedInside, kOther };
 // Streams a file into its copy with one key line changed.
 class KeyEditor {
  public:
-  KeyEditor(const Edit& edit, FILE* in, FILE* out)
-      : edit_(edit), key_(edit.key), in_(in), out_(out) {}
+  KeyEditor(const Edit& edit, int in, FILE* out)
+      : edit_(edit), key_(edit.key), lines_(in, room_, kIniPiece), out_(out) {}
 
   [[nodiscard]] Outcome run() {
     const Outcome outcome = edit_.section != nullptr ? edit_section() : edit_flat();
-    return ferror(in_) != 0 ? Outcome::kFailed : outcome;
+    return lines_.failed() ? Outcome::kFailed : outcome;
   }
 
  private:
@@ -40,7 +40,7 @@ class KeyEditor {
   Outcome edit_flat();
 
   [[nodiscard]] bool next_line();
-  void copy_line() { copy(line_.view()); }
+  void copy_line() { copy(line_); }
   void copy_rest();
   void skip_rest_of_line();
   void start_line();
@@ -52,18 +52,20 @@ class KeyEditor {
 
   const Edit& edit_;
   const std::string_view key_;
-  FILE* const in_;
+  char room_[kIniRoom];
+  LineWindow lines_;
   FILE* const out_;
-  IniLine line_;
+  std::string_view line_;
   bool at_line_start_ = true;  // what was read before the current line ended in a line feed
   bool complete_ = true;       // the line read last ended in a line feed
 };
 
 bool KeyEditor::next_line() {
   at_line_start_ = complete_;
-  const bool more = line_.read(in_);
-  complete_ = more ? line_.is_complete() : complete_;
-  return more;
+  line_ = lines_.next();
+  if (line_.empty()) return false;
+  complete_ = line_.back() == '\n';
+  return true;
 }
 
 // The piece of a longer line, or a last line without line feed, that was just
@@ -82,18 +84,18 @@ void KeyEditor::write_key_line(std::string_view key) {
 }
 
 void KeyEditor::copy_rest() {
-  while (line_.read(in_)) copy_line();
+  for (auto text = lines_.next_block(); !text.empty(); text = lines_.next_block()) copy(text);
 }
 
 void KeyEditor::skip_rest_of_line() {
-  int c = complete_ ? '\n' : fgetc(in_);
-  while (c != '\n' && c != EOF) c = fgetc(in_);
+  while (!complete_ && next_line()) {
+  }
   complete_ = true;
 }
 
 // The key as the line spells it, when this is the line to replace.
 std::optional<std::string_view> KeyEditor::matching_key() const {
-  const auto match = match_key(line_.view(), key_, edit_.letter_case);
+  const auto match = match_key(line_, key_, edit_.letter_case);
   if (!match) return std::nullopt;
   const std::string_view rest =
       edit_.form == LineForm::kPrefix ? match->rest : skip_blanks(match->rest);
@@ -107,10 +109,10 @@ std::optional<std::string_view> KeyEditor::matching_key() const {
 // Without sections a line is known by one character only, the one behind the
 // key, and the key stands at its very front.
 bool KeyEditor::matches_flat() const {
-  if (edit_.form == LineForm::kPrefix || line_.length <= key_.size()) return false;
-  const char next = line_.text[key_.size()];
+  if (edit_.form == LineForm::kPrefix || line_.size() <= key_.size()) return false;
+  const char next = line_[key_.size()];
   const char end = edit_.form == LineForm::kAssignment ? '=' : '\n';
-  return (next == ' ' || next == end) && begins_with(line_.view(), key_, edit_.letter_case);
+  return (next == ' ' || next == end) && begins_with(line_, key_, edit_.letter_case);
 }
 
 Outcome KeyEditor::edit_section() {
@@ -131,7 +133,7 @@ Outcome KeyEditor::edit_section() {
   }
   while (next_line()) {
     const auto found = matching_key();
-    if (line_.is_header()) {
+    if (line_.front() == '[') {
       start_line();
       write_key_line(key_);
       copy_line();
@@ -157,7 +159,7 @@ Outcome KeyEditor::edit_flat() {
       copy_line();
       continue;
     }
-    write_key_line({line_.text, key_.size()});
+    write_key_line({line_.data(), key_.size()});
     skip_rest_of_line();
     replaced = true;
   }
@@ -180,7 +182,7 @@ void put_in_place(const char* copy, const char* path, Outcome outcome) {
 }
 
 int write_key(const Edit& edit, const char* path) {
-  unique_file in = open_or_create(path);
+  unique_fd in = open_or_create(path);
   if (!in.ok()) return -1;
   TempFile copy;
   if (!copy.create("/tmp/tXXXXXX")) return -1;
@@ -191,9 +193,12 @@ int write_key(const Edit& edit, const char* path) {
   return 0;
 }
 
-bool is_current(const char* section, const char* key, const char* value, FILE* file) {
-  char current[512];
-  return PRO_GetStr(section, key, current, sizeof current - 1, file) == 0 &&
+bool is_current(const char* section, const char* key, const char* value, int file) {
+  constexpr int kLimit = 511;
+  char room[kIniRoom], current[kLimit + 1];
+  LineWindow lines(file, room, kIniPiece);
+  return (look_up(lines, section, key, current, kLimit) ||
+          PRO_GetStr(section, key, current, kLimit, nullptr) == 0) &&  // the factory default
          strcmp(current, value) == 0;
 }
 
@@ -204,7 +209,7 @@ using namespace kt;
 
 int PRO_SetStr(const char* section, const char* key, const char* value, const char* path) {
   if (key == nullptr || value == nullptr) return -1;
-  unique_file file = open_or_create(path);
+  unique_fd file = open_or_create(path);
   if (!file.ok()) return -1;
   // A value equal to the factory default of a missing key counts as current:
   // the file goes on relying on the default.

@@ -1,14 +1,16 @@
 #include <ctype.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <optional>
 #include <string_view>
 
-#include "base/line_reader.h"
+#include "base/line_window.h"
 #include "base/paths.h"
 #include "base/string_buffer.h"
-#include "base/unique_file.h"
+#include "base/text.h"
+#include "base/unique_fd.h"
 #include "base/unique_malloc.h"
 #include "ktcomm/log.h"
 #include "ktcomm/util_time.h"
@@ -46,6 +48,12 @@ class HeapText {
   unique_malloc<char[]> text_;
   size_t size_ = 0;
 };
+
+bool read_line(LineWindow& lines, Line& line) {
+  const std::string_view text = lines.next();
+  copy_cut(line, sizeof line, text);
+  return !text.empty();
+}
 
 // Reads "TIME MESSAGE"; false for any other line.
 bool parse(const Line& line, Event& event) {
@@ -89,14 +97,15 @@ int GetLogFromFile_in(char** text, long since, int iso) {
   if (text == nullptr) return -1;
   const std::optional<int> date_format = kt::read_date_format();
   if (!date_format) return -1;
-  const kt::unique_file log = kt::open_file(kt::paths::kEventLog, "re");
+  const kt::unique_fd log = kt::open_fd(kt::paths::kEventLog, O_RDONLY);
   if (!log.ok()) return 0;
 
+  char room[4096];
+  kt::LineWindow lines(log.get(), room, sizeof(kt::Line) - 1);
   kt::HeapText events;
   kt::Line line;
   kt::Event event;
-  while (kt::read_line(log.get(), line, sizeof line) != 0 && kt::parse(line, event) &&
-         event.time >= since) {
+  while (kt::read_line(lines, line) && kt::parse(line, event) && event.time >= since) {
     if (!kt::append_event(events, event, iso, *date_format)) return -1;
   }
   if (!events.empty()) *text = events.release();

@@ -1,7 +1,5 @@
 #include <string.h>
 
-#include <utility>
-
 #include "base/unique_malloc.h"
 #include "net/xml_path.h"
 #include "net/xml_trace.h"
@@ -41,9 +39,7 @@ unique_tree make_cdata(const char* text) {
 unique_tree make_nodes(const char* xml) {
   unique_tree root = parse_below_root(xml);
   if (root == nullptr || *xml == '\0' || first_child(root.get()) != nullptr) return root;
-  unique_tree text = new_opaque(xml);
-  if (text == nullptr) return nullptr;
-  add_node(root.get(), std::move(text));
+  if (add_opaque(root.get(), xml) == nullptr) return nullptr;
   return root;
 }
 
@@ -54,13 +50,12 @@ enum class Old { kStay, kGo };
 
 int put_string(Node* node, const char* text, Old children) {
   if (!takes(node, text)) return kRefused;
-  unique_tree opaque;
+  Node* opaque = nullptr;
   if (*text != '\0') {
-    opaque = new_opaque(text);
+    opaque = add_opaque(node, text);
     if (opaque == nullptr) return kRefused;
   }
-  if (children == Old::kGo) delete_children(node);
-  if (opaque != nullptr) add_node(node, std::move(opaque));
+  if (children == Old::kGo) delete_children(node, opaque);
   return kDone;
 }
 
@@ -74,7 +69,7 @@ int put_nodes(Node* node, const char* xml, Old children, const char* function) {
     KT_TRACE_XML(function, "%s(%d): node is NULL\n");
     return kRefused;
   }
-  if (children == Old::kGo) delete_children(node);
+  if (children == Old::kGo) delete_children(node, nullptr);
   move_children(nodes.get(), node);
   return kDone;
 }

@@ -102,10 +102,9 @@ bool add_cdata(Node* parent, const char* text) {
   return true;
 }
 
-unique_tree new_opaque(const char* text) {
-  unique_tree node(mxmlNewOpaque(MXML_NO_PARENT, text));
-  if (mxmlGetOpaque(node.get()) == nullptr) return nullptr;
-  return node;
+Node* add_opaque(Node* parent, const char* text) {
+  unique_tree node(mxmlNewOpaque(parent, text));
+  return mxmlGetOpaque(node.get()) != nullptr ? node.release() : nullptr;
 }
 
 void add_node(Node* parent, unique_tree node) {
@@ -118,8 +117,8 @@ void move_children(Node* from, Node* to) {
   }
 }
 
-void delete_children(Node* node) {
-  while (Node* const child = mxmlGetFirstChild(node)) mxmlDelete(child);
+void delete_children(Node* node, Node* kept) {
+  for (Node* child; (child = mxmlGetFirstChild(node)) != kept;) mxmlDelete(child);
 }
 
 unique_tree detach(Node* node) {

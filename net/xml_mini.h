@@ -41,10 +41,11 @@ using unique_tree = std::unique_ptr<Node, TreeDeleter>;
 // Add a last child; null or false, nothing added, when that is not possible.
 [[nodiscard]] Node* add_element(Node* parent, const char* name);
 [[nodiscard]] bool add_cdata(Node* parent, const char* text);
-[[nodiscard]] unique_tree new_opaque(const char* text);
+[[nodiscard]] Node* add_opaque(Node* parent, const char* text);
 void add_node(Node* parent, unique_tree node);
 void move_children(Node* from, Node* to);
-void delete_children(Node* node);
+// Deletes the children in front of `kept`, all for null.
+void delete_children(Node* node, Node* kept);
 
 // Takes `node`, which may be null, out of its tree.
 [[nodiscard]] unique_tree detach(Node* node);

@@ -17,15 +17,16 @@ struct Component {
 // As "%d" reads, 0 without a number; one that no int can hold is as far away as
 // one can.
 int read_index(const char* text) {
+  if (text[0] >= '0' && text[0] <= '9' && text[1] == ']') return text[0] - '0';
   const long number = strtol(text, nullptr, 10);
   if (number > INT_MAX) return INT_MAX;
   return number < INT_MIN ? INT_MIN : static_cast<int>(number);
 }
 
-// The components of a path, one by one.
+// The components of a path behind its first '/', one by one.
 class Components {
  public:
-  explicit Components(const char* path) : rest_(path) {}
+  explicit Components(const char* path) : rest_(path + 1) {}
   Components(const Components&) = delete;
   Components& operator=(const Components&) = delete;
 
@@ -35,7 +36,7 @@ class Components {
     while (*rest_ != '\0') {
       const char* const name = rest_;
       const char* const end = name + strcspn(name, "/[");
-      rest_ = end + strcspn(end, "/");
+      rest_ = *end == '[' ? end + strcspn(end, "/") : end;
       if (*rest_ != '\0') ++rest_;
       if (end == name) continue;
       component.name = copy(name, static_cast<size_t>(end - name));

@@ -8,7 +8,7 @@
 
 #include <string_view>
 
-#include "base/line_reader.h"
+#include "base/line_window.h"
 #include "base/string_buffer.h"
 #include "base/unique_file.h"
 
@@ -16,19 +16,19 @@ namespace kt {
 
 constexpr mode_t kCrontabMode = 0644;  // cron daemons refuse one that others may write
 
-// A line of the crontab, or a piece of 255 characters of a longer one.
-struct CrontabPiece {
-  char text[256];
-  size_t length = 0;
+// A line of the crontab, or a piece of a longer one.
+class CrontabPiece {
+ public:
+  static constexpr size_t kLongest = 255;
 
-  [[nodiscard]] bool read(FILE* stream) {
-    length = read_line(stream, text, sizeof text);
-    return length != 0;
-  }
-  [[nodiscard]] std::string_view view() const { return {text, length}; }
-  [[nodiscard]] bool ends_line() const { return text[length - 1] == '\n'; }
+  explicit CrontabPiece(std::string_view text) : text_(text) {}
+  [[nodiscard]] std::string_view view() const { return text_; }
+  [[nodiscard]] bool ends_line() const { return text_.back() == '\n'; }
   // The very last line of a file may lack its line feed.
-  [[nodiscard]] bool reaches_line_end() const { return ends_line() || length < sizeof text - 1; }
+  [[nodiscard]] bool reaches_line_end() const { return ends_line() || text_.size() < kLongest; }
+
+ private:
+  std::string_view text_;
 };
 
 class CrontabCopy {
@@ -45,17 +45,19 @@ class CrontabCopy {
   // Takes over the lines of `source` but for those whose first piece
   // `is_unwanted`; false when not all of `source` could be read or kept.
   template <typename F>
-  [[nodiscard]] bool take_lines(FILE* source, F is_unwanted) {
-    CrontabPiece piece;
+  [[nodiscard]] bool take_lines(int source, F is_unwanted) {
+    char room[4096];
+    LineWindow lines(source, room, CrontabPiece::kLongest);
     bool at_line_start = true;
     bool wanted = false;
-    while (piece.read(source)) {
+    for (auto text = lines.next(); !text.empty(); text = lines.next()) {
+      const CrontabPiece piece(text);
       if (at_line_start) wanted = !is_unwanted(piece);
-      if (wanted && !write(piece.view())) return false;
+      if (wanted && !write(text)) return false;
       at_line_start = piece.ends_line();
     }
     unfinished_ = wanted && !at_line_start;
-    return ferror(source) == 0;
+    return !lines.failed();
   }
 
   [[nodiscard]] bool add_line(std::string_view line) {

@@ -63,7 +63,7 @@ bool is_missing(int error) {
 // Rewrites the crontab from the lines of `source` (null has none) but for the
 // unwanted ones, and `added`, which may be empty.
 template <typename F>
-int rewrite(unique_file source, F is_unwanted, std::string_view added) {
+int rewrite(unique_fd source, F is_unwanted, std::string_view added) {
   CrontabCopy copy;
   if (!copy.create()) return kNotCreated;
   if (source.ok() && !copy.take_lines(source.get(), is_unwanted)) return kNotReplaced;
@@ -75,7 +75,7 @@ int rewrite(unique_file source, F is_unwanted, std::string_view added) {
 int add_line(SchdEntry* entry, int linear) {
   if (SCHDCheckField(entry) != 0) return kInvalidRecord;
   const CrontabLine line(*entry, linear);
-  unique_file crontab = open_file(paths::kCrontab, "re");
+  unique_fd crontab = open_fd(paths::kCrontab, O_RDONLY);
   if (!crontab.ok()) {
     if (!is_missing(errno)) return kNotReplaced;
     // Users of a new crontab rely on it holding their line alone: the header is
@@ -89,7 +89,7 @@ int add_line(SchdEntry* entry, int linear) {
 
 template <typename F>
 int remove_lines(F is_unwanted) {
-  unique_file crontab = open_file(paths::kCrontab, "re");
+  unique_fd crontab = open_fd(paths::kCrontab, O_RDONLY);
   if (!crontab.ok()) return is_missing(errno) ? 0 : kNotReplaced;
   return rewrite(std::move(crontab), is_unwanted, {});
 }

@@ -1,13 +1,21 @@
 #include "sched/crontab_line.h"
 
+#include <stddef.h>
 #include <stdint.h>
 #include <string.h>
 
 #include "base/string_buffer.h"
 
 static_assert(sizeof(int) == sizeof(int32_t));
-static_assert(offsetof(SchdEntry, reserved) == 128 && offsetof(SchdEntry, wday_step) == 132 &&
-              sizeof(SchdEntry) == 192);
+static_assert(offsetof(SchdEntry, command) == 0 && offsetof(SchdEntry, reserved) == 128 &&
+              offsetof(SchdEntry, wday_step) == 132 && offsetof(SchdEntry, wday_start) == 136 &&
+              offsetof(SchdEntry, wday_end) == 140 && offsetof(SchdEntry, month_step) == 144 &&
+              offsetof(SchdEntry, month_start) == 148 && offsetof(SchdEntry, month_end) == 152 &&
+              offsetof(SchdEntry, mday_step) == 156 && offsetof(SchdEntry, mday_start) == 160 &&
+              offsetof(SchdEntry, mday_end) == 164 && offsetof(SchdEntry, hour_step) == 168 &&
+              offsetof(SchdEntry, hour_start) == 172 && offsetof(SchdEntry, hour_end) == 176 &&
+              offsetof(SchdEntry, min_step) == 180 && offsetof(SchdEntry, min_start) == 184 &&
+              offsetof(SchdEntry, min_end) == 188 && sizeof(SchdEntry) == 192);
 
 namespace kt {
 namespace {

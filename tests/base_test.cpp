@@ -2,6 +2,7 @@
 #include "base/file_lock.h"
 #include "base/io.h"
 #include "base/line_reader.h"
+#include "base/line_window.h"
 #include "base/shell.h"
 #include "base/string_buffer.h"
 #include "base/temp_file.h"
@@ -46,6 +47,49 @@ TEST(LineReader, splits_at_line_feeds_and_at_the_size_only) {
   vector<string> lines;
   while (const size_t length = read_line(file.get(), buffer, sizeof buffer)) lines.emplace_back(buffer, length + 1);
   EXPECT_EQ(lines, (vector<string>{{"ab\n", 4}, {"\n", 2}, {"abcd", 5}, {"efg\n", 5}, {"x\0y\n", 5}, {"last", 5}}));
+}
+
+TEST(LineWindow, sees_what_read_line_sees_and_leaves_the_stream_where_that_does) {
+  string content;
+  for (unsigned i = 0, x = 1; i < 3000; ++i) content += "a[\n\0[b\na"[((x = x * 1103515245 + 12345) >> 16) % 8];
+  char line[7], room[4096];
+  for (const size_t size : {7u, 8u, 4095u, 4096u}) {
+    write_file("/tmp/lines", content + (size % 2 == 0 ? "\nlast\n" : "\nlast"));
+    for (const bool finds : {false, true}) {
+      const unique_fd fd = open_fd("/tmp/lines", O_RDONLY);
+      const unique_file slow = open_file("/tmp/lines", "re"), fast = open_file("/tmp/lines", "re");
+      LineWindow lines(fd.get(), {room, size}, 6);
+      for (int count = 1; const size_t length = read_line(slow.get(), line, sizeof line); ++count) {
+        if (finds && line[0] != '[') continue;
+        ASSERT_TRUE(!finds || lines.skip_to('['));
+        ASSERT_EQ(lines.next(), std::string_view(line, length)) << size;
+        if (count % 64 != 0 && line[0] != 'l') continue;
+        char other_room[4096];
+        LineWindow again(fast.get(), {other_room, size}, 6);
+        for (int i = 0; i < count; ++i) (void)again.next();
+        again.put_back();
+        EXPECT_TRUE(ftell(fast.get()) == ftell(slow.get()) && feof(fast.get()) == feof(slow.get())) << size;
+      }
+      EXPECT_TRUE(!(finds && lines.skip_to('[')) && lines.next().empty() && !lines.failed());
+    }
+  }
+}
+
+TEST(LineWindow, takes_no_more_of_a_pipe_than_lines_and_tells_the_rest_from_a_failure) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  ASSERT_EQ(write(ends[1], "x[\n[b\nc\nd", 9), 9);
+  close(ends[1]);
+  const unique_file pipe = open_file(unique_fd(ends[0]), "r");
+  char room[8];
+  LineWindow lines(pipe.get(), room, 4);
+  EXPECT_TRUE(lines.skip_to('[') && lines.next() == "[b\n");
+  lines.put_back();
+  EXPECT_EQ(fgetc(pipe.get()), 'c');
+  EXPECT_TRUE(lines.next() == "\n" && lines.next_block() == "d" && lines.next_block().empty() && !lines.failed());
+  const unique_fd directory = open_fd("/tmp", O_RDONLY);
+  LineWindow none(directory.get(), room, 4);
+  EXPECT_TRUE(none.next().empty() && none.failed());
 }
 
 TEST(TempFile, is_deleted_with_its_object_or_by_the_next_one) {

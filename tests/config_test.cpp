@@ -68,6 +68,7 @@ TEST_F(SettingsFile, key_is_looked_up_in_its_section_then_in_the_defaults) {
       {"small buffer: a piece of the line", "s", 512, "[s]\nk=" + x600 + "\n", x600.substr(0, 509)},
       {"large buffer, name of 61 characters", s61.c_str(), 600, "[" + s61 + "]\nk=" + x600 + "\n", x600},
       {"piece of a long line is a line", "s", 64, "[s]\n" + x511 + x511 + "k=v\n", "v"},
+      {"piece of a long line is a header", "s", 64, "x[s]\nk=a\n" + x511 + "[s]\nk=v\n", "v"},
       {"defaults serve a missing key", "net", 64, "[net]\nj=1\n", "default"},
       {"defaults serve a missing section, cut alike", "net", 4, "", "def"},
       {"name of 62 characters", s62.c_str(), 64, "[" + s62 + "]\nk=v\n", kNone},
@@ -111,6 +112,19 @@ TEST_F(SettingsFile, finders_leave_the_stream_behind_the_header_and_cut_the_argu
   EXPECT_EQ(PRO_i2sect("NET", file.get()), 0);
   EXPECT_STREQ(fgets(line, sizeof line, file.get()), "a=1\n");
   EXPECT_EQ(PRO_GetStr(nullptr, "x", line, 9, file.get()), 0) << "rewinds without a section, too";
+}
+
+TEST_F(SettingsFile, any_stream_is_looked_through_and_left_behind_the_line_found) {
+  string text = "[s]\nk=v\nnext\n";
+  const kt::unique_file memory(fmemopen(text.data(), text.size(), "r")), unwritten = kt::open_file(kFile, "w+e");
+  EXPECT_TRUE(fputs(text.c_str(), unwritten.get()) >= 0 && ungetc('[', memory.get()) == '[' &&
+              fputc('x', memory.get()) == EOF);
+  for (FILE* const stream : {memory.get(), unwritten.get()}) {
+    char value[9], line[64];
+    EXPECT_EQ(PRO_GetStr("s", "k", value, 8, stream), 0);
+    EXPECT_EQ(ferror(stream), 0) << "what failed before";
+    EXPECT_EQ(value + string(fgets(line, sizeof line, stream)), "vnext\n");
+  }
 }
 
 TEST_F(SettingsFile, one_key_is_written_to_its_section_or_a_flat_file) {

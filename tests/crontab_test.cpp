@@ -205,10 +205,11 @@ TEST_F(Edit, foreign_lines_are_kept_byte_for_byte) {
                     {kFront + "root job" + string(1, '\0'), ""},
                     {string(255, 'x') + "5 * * * * root job", ""},
                     {string(255, ' ') + "L5 * * * * root job", ""},
+                    {kFront + string(240, 'u') + " job", "4"},
                     {kEdge + "bs", ""},
                     {kEdge + "b behind", ""},
                     {kEdge + "b", ""}};
-      const auto& line = kLines[random() % 10];
+      const auto& line = kLines[random() % 11];
       const bool unfinished = i == 1999 && round % 2 == 1;
       before += line.text + (unfinished ? "" : "\n");
       for (int e = 0; e < 5; ++e) {

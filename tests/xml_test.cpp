@@ -2,6 +2,7 @@
 #include <ktcomm/net.h>
 #include <mxml.h>
 #include <string.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <memory>
@@ -98,7 +99,7 @@ TEST(Read, by_path) {
   for (const auto& f :
        rows("/a[1]|0|2|2#//b//i[ +1x]q/|0|y|y#/b[/i[x]|0|x|x#/[-1]/b/[7]/i[1|0|y|y#/n|0|<e />|~#"
             "/b|0|<i>x</i><j /><i>y</i>|~#/b/j|0|~|~#/t|0|u&lt;<v />w|u<#/d|0|<![CDATA[<&]]>|<&#/b@/i|0|x|x#"
-            "/n[1]|2#/n/n|2#/i|2#/a[2]|2#/a[99999999999999999999]|2#/a[4294967296]|2#"
+            "/n[1]|2#/n/n|2#/i|2#/a[2]|2#/a[10]|2#/a[99999999999999999999]|2#/a[4294967296]|2#"
             "/x/a[-1]|2#/x@|2#/a/x[-1]|1#/a[-99999999999999999999]|1#|500#a/%s|500",
             repeated(300000, "/["))) {
     const int result = atoi(f[1].c_str());
@@ -155,6 +156,20 @@ TEST(Write, by_path) {
   EXPECT_EQ(write_to_xml(tree.get(), kDeepPath.c_str(), nullptr, "x", 3), 0);
   EXPECT_STREQ(xml_get_node_value(tree.get(), (kDeepPath + "[0]").c_str()), "x");
 }
+
+#ifndef __SANITIZE_ADDRESS__
+TEST(Content, stays_when_memory_runs_out) {
+  const auto body = [] {
+    const Tree tree = load("<n>o<p /></n>");
+    const std::string text(1 << 26, 'x');
+    const rlimit none = {1 << 26, 1 << 26};
+    setrlimit(RLIMIT_AS, &none);
+    const int result = add_string_to_node(tree.get(), text.c_str()) + replace_string_to_node(tree.get(), text.c_str());
+    return result == 1000 && to_text(tree) == "<n>o<p /></n>" ? 0 : 1;
+  };
+  EXPECT_EQ(in_child(body), 0);
+}
+#endif
 
 TEST(Content, of_a_node) {
   int (*const kFunctions[])(mxml_node_t*, const char*) = {

@@ -1,3 +1,4 @@
+#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -5,7 +6,8 @@
 #include "ktcomm/util_text.h"
 
 #if __SIZEOF_POINTER__ == 4
-static_assert(sizeof(cf_string) == 12);
+static_assert(offsetof(cf_string, str) == 0 && offsetof(cf_string, len) == 4 &&
+              offsetof(cf_string, size) == 8 && sizeof(cf_string) == 12);
 #endif
 
 namespace kt {
@@ -28,11 +30,14 @@ cf_string* new_text(const char* s, unsigned long n) {
   return text.release();
 }
 
+unsigned long capacity(const cf_string& d) {
+  return d.str == nullptr ? 0 : d.size;
+}
+
 // Makes room for `length` characters and their NUL, growing to exactly that.
-// New bytes are NUL: `len` may come to lie among them. `*source` is moved along
-// when it points into the buffer.
+// `*source` is moved along when it points into the buffer.
 [[nodiscard]] bool reserve(cf_string& d, unsigned long length, const char** source) {
-  const unsigned long old_size = d.str == nullptr ? 0 : d.size;
+  const unsigned long old_size = capacity(d);
   if (length < old_size) return true;
   unsigned long size;
   if (__builtin_add_overflow(length, 1UL, &size)) return false;
@@ -41,7 +46,6 @@ cf_string* new_text(const char* s, unsigned long n) {
   const size_t offset = is_own ? static_cast<size_t>(*source - d.str) : 0;
   char* const grown = static_cast<char*>(realloc(d.str, size));
   if (grown == nullptr) return false;
-  memset(grown + old_size, 0, size - old_size);
   if (is_own) *source = grown + offset;
   d.str = grown;
   d.size = size;
@@ -57,20 +61,27 @@ int copy(cf_string& d, const char* s, unsigned long n) {
   return 0;
 }
 
-int append(cf_string& d, const char* s, unsigned long n) {
-  const unsigned long measured = strnlen(s, n);
+// Where the text ends. Text that the caller has written into the buffer past `len`
+// stays in front of what is appended; the `old_size` bytes there were bound it.
+unsigned long end_of_text(const cf_string& d, unsigned long old_size) {
+  const unsigned long limit = old_size < d.size ? old_size : d.size - 1;
+  if (d.len >= limit || d.str[d.len] == '\0') return d.len;
+  return d.len + strnlen(d.str + d.len, limit - d.len);
+}
+
+// Appends `measured` characters; the length goes by the caller's count `n`, also
+// past the end of `s`.
+int append(cf_string& d, const char* s, unsigned long measured, unsigned long n) {
+  const unsigned long old_size = capacity(d);
   unsigned long length;
   if (__builtin_add_overflow(d.len, n, &length) || !reserve(d, length, &s)) return -1;
 
-  // Text that the caller has written into the buffer past `len` stays in front
-  // of what is appended; the buffer's end bounds both.
-  const unsigned long last = d.size - 1;
-  const unsigned long begin = d.len + strnlen(d.str + d.len, last - d.len);
-  const unsigned long count = measured < last - begin ? measured : last - begin;
-  const unsigned long end = begin + count;
-  memmove(d.str + begin, s, count);
-  // The length goes by the caller's count, also past the end of `s`.
-  memset(d.str + end, 0, end < length ? length - end + 1 : 1);
+  const unsigned long begin = end_of_text(d, old_size);
+  const unsigned long room = d.size - 1 - begin;
+  const unsigned long end = begin + (measured < room ? measured : room);
+  memmove(d.str + begin, s, end - begin);
+  d.str[end] = '\0';
+  if (end < length) memset(d.str + end, 0, length - end + 1);
   d.len = length;
   return 0;
 }
@@ -105,9 +116,11 @@ int cf_string_safe_cp_n(cf_string* d, const char* s, unsigned n) {
 }
 
 int cf_string_safe_cat(cf_string* d, const char* s) {
-  return d == nullptr || s == nullptr ? -1 : kt::append(*d, s, strlen(s));
+  if (d == nullptr || s == nullptr) return -1;
+  const unsigned long n = strlen(s);
+  return kt::append(*d, s, n, n);
 }
 
 int cf_string_safe_cat_n(cf_string* d, const char* s, unsigned n) {
-  return d == nullptr || s == nullptr ? -1 : kt::append(*d, s, n);
+  return d == nullptr || s == nullptr ? -1 : kt::append(*d, s, strnlen(s, n), n);
 }
