@@ -25,10 +25,14 @@ constexpr unsigned kEntrySize = 8;
 using Table = flash_area_table;
 using Entry = flash_area_entry;
 
-static_assert(sizeof(Entry) == kEntrySize && offsetof(Entry, used_size) == 6);
-static_assert(sizeof(Table::md5) == kDigestSize && offsetof(Table, count) == 18);
+static_assert(offsetof(flash_area_entry, id) == 0 && offsetof(flash_area_entry, attr) == 1 &&
+              offsetof(flash_area_entry, offset) == 2 &&
+              offsetof(flash_area_entry, reserve_size) == 4 &&
+              offsetof(flash_area_entry, used_size) == 6 && sizeof(flash_area_entry) == 8);
 #if __SIZEOF_POINTER__ == 4
-static_assert(sizeof(Table) == 28 && offsetof(Table, entries) == 24);
+static_assert(offsetof(flash_area_table, md5) == 0 && offsetof(flash_area_table, head0) == 16 &&
+              offsetof(flash_area_table, count) == 18 && offsetof(flash_area_table, head2) == 20 &&
+              offsetof(flash_area_table, entries) == 24 && sizeof(flash_area_table) == 28);
 #endif
 
 unsigned short word_at(const unsigned char* bytes) {

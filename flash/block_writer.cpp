@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 #include "base/io.h"
 #include "base/unique_malloc.h"
@@ -19,6 +20,7 @@ namespace kt {
 namespace {
 
 constexpr unsigned char kErased = 0xFF;
+constexpr int kReads = 5;  // of a block before it is taken as it is
 
 // The writers of this process, and what keeps two threads with a descriptor each
 // from changing the list at once.
@@ -42,6 +44,13 @@ bool is_bad(int fd, unsigned start) {
   long long offset = start;
   const int answer = mtd_request(fd, MEMGETBADBLOCK, &offset);
   return answer > 0 || (answer < 0 && errno != EOPNOTSUPP);
+}
+
+// How many reads of a device had more flipped bits than could be put right: the driver
+// counts them and hands out the bytes as they are. 0 for a device that does not count.
+unsigned wrong_reads(int fd) {
+  mtd_ecc_stats stats = {};
+  return mtd_request(fd, ECCGETSTATS, &stats) == 0 ? stats.failed : 0;
 }
 
 }  // namespace
@@ -157,7 +166,14 @@ bool BlockWriter::load(unsigned start) {
     return false;
   }
   start_ = start;
-  holding_ = pread_fully(fd_, content(), geometry_.block_size, start);
+  // What is read wrong would be written back as if it were right; mostly the next read is
+  // better. A page that stays wrong, as a power cut leaves it, must not keep its block from
+  // being erased: it is for the reader to find out.
+  unsigned wrong = wrong_reads(fd_);
+  for (int reads = 0; reads < kReads; ++reads) {
+    holding_ = pread_fully(fd_, content(), geometry_.block_size, start);
+    if (wrong == std::exchange(wrong, wrong_reads(fd_))) break;
+  }
   return holding_;
 }
 

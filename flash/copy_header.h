@@ -17,7 +17,9 @@ struct CopyHeader {
   unsigned length;
   unsigned char md5[16];
 };
-static_assert(sizeof(CopyHeader) == 24 && offsetof(CopyHeader, md5) == 8);
+static_assert(offsetof(CopyHeader, id) == 0 && offsetof(CopyHeader, reserved) == 2 &&
+              offsetof(CopyHeader, length) == 4 && offsetof(CopyHeader, md5) == 8 &&
+              sizeof(CopyHeader) == 24);
 static_assert(std::endian::native == std::endian::little, "the record is stored as it is");
 
 inline constexpr unsigned short kCopyId = 0xCCAA;

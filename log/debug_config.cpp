@@ -1,9 +1,13 @@
+#include <stddef.h>
+
 #include "base/paths.h"
 #include "base/unique_file.h"
 #include "ktcomm/log.h"
 #include "log/syslog_settings.h"
 
-static_assert(sizeof(DebugConfig) == 76);
+static_assert(offsetof(DebugConfig, syslog_mode) == 0 &&
+              offsetof(DebugConfig, syslog_server) == 4 &&
+              offsetof(DebugConfig, syslog_port) == 72 && sizeof(DebugConfig) == 76);
 
 namespace {
 

@@ -1,9 +1,13 @@
+#include <stddef.h>
+
 #include "base/paths.h"
 #include "base/unique_file.h"
 #include "ktcomm/log.h"
 #include "log/syslog_settings.h"
 
-static_assert(sizeof(SysLogData) == 84);
+static_assert(offsetof(SysLogData, log_mode) == 0 && offsetof(SysLogData, log_level) == 4 &&
+              offsetof(SysLogData, syslog_mode) == 8 && offsetof(SysLogData, syslog_server) == 12 &&
+              offsetof(SysLogData, syslog_port) == 80 && sizeof(SysLogData) == 84);
 
 namespace {
 

@@ -57,7 +57,6 @@ constexpr int kSaveMessageSize = sizeof(long) + 5 * sizeof(int32_t);
 static_assert(offsetof(SaveMessage, words) == sizeof(long));
 #if __SIZEOF_POINTER__ == 4
 static_assert(kSaveMessageSize == 24 && sizeof(SaveMessage) == 24);
-static_assert(sizeof(mod_define_entry) == 28);
 #endif
 
 unique_fd open_state(const SubLog& log, const char* kind) {

@@ -1,10 +1,15 @@
-#include <stdint.h>
+#include <stddef.h>
 
 #include "ktcomm/log.h"
 
 #if __SIZEOF_POINTER__ == 4
 // Programs index the table as rows of seven 32-bit words.
-static_assert(sizeof(mod_define_entry) == 7 * sizeof(int32_t));
+static_assert(offsetof(mod_define_entry, name) == 0 &&
+              offsetof(mod_define_entry, flash_slots) == 4 &&
+              offsetof(mod_define_entry, max_size) == 8 &&
+              offsetof(mod_define_entry, log_count) == 12 &&
+              offsetof(mod_define_entry, keep) == 16 && offsetof(mod_define_entry, level) == 24 &&
+              sizeof(mod_define_entry) == 28);
 #endif
 
 // name, flash_slots, max_size, log_count, keep, level

@@ -1,5 +1,4 @@
 #include <stddef.h>
-#include <stdint.h>
 #include <stdio.h>
 
 #include "base/paths.h"
@@ -11,13 +10,19 @@
 #include "sched/event_entry.h"
 
 // Programs share these records.
-static_assert(offsetof(EventEntry, interval) == 12 * sizeof(int32_t) &&
-              offsetof(EventEntry, actions) == 24 * sizeof(int32_t) &&
-              offsetof(EventEntry, input_source_copy) == 30 * sizeof(int32_t) &&
-              offsetof(EventEntry, schedule) == 36 * sizeof(int32_t) &&
-              sizeof(EventEntry) == 69 * sizeof(int32_t) &&
-              offsetof(EventConfig, trigger) == 690 * sizeof(int32_t) &&
-              sizeof(EventConfig) == 692 * sizeof(int32_t));
+static_assert(offsetof(EventEntry, name) == 0 && offsetof(EventEntry, input_source) == 32 &&
+              offsetof(EventEntry, enabled) == 36 && offsetof(EventEntry, type) == 40 &&
+              offsetof(EventEntry, reserved1) == 44 && offsetof(EventEntry, interval) == 48 &&
+              offsetof(EventEntry, reserved2) == 52 && offsetof(EventEntry, actions) == 96 &&
+              offsetof(EventEntry, format) == 100 && offsetof(EventEntry, is_jpeg) == 104 &&
+              offsetof(EventEntry, reserved3) == 108 &&
+              offsetof(EventEntry, input_source_copy) == 120 &&
+              offsetof(EventEntry, reserved4) == 124 && offsetof(EventEntry, jpeg_fps) == 128 &&
+              offsetof(EventEntry, rec1) == 132 && offsetof(EventEntry, rec2) == 136 &&
+              offsetof(EventEntry, rec3) == 140 && offsetof(EventEntry, schedule) == 144 &&
+              sizeof(EventEntry) == 276);
+static_assert(offsetof(EventConfig, events) == 0 && offsetof(EventConfig, trigger) == 2760 &&
+              offsetof(EventConfig, jpeg_fps) == 2764 && sizeof(EventConfig) == 2768);
 
 namespace kt {
 namespace {

@@ -1,5 +1,4 @@
 #include <stddef.h>
-#include <stdint.h>
 #include <string.h>
 
 #include "base/paths.h"
@@ -10,8 +9,9 @@
 #include "sched/stored_schedule.h"
 
 // Programs share this record.
-static_assert(offsetof(EvtSchRecord, mode) == 256 && offsetof(EvtSchRecord, items) == 260 &&
-              offsetof(EvtSchRecord, use_items) == 512 && sizeof(EvtSchRecord) == 516);
+static_assert(offsetof(EvtSchRecord, joined) == 0 && offsetof(EvtSchRecord, mode) == 256 &&
+              offsetof(EvtSchRecord, items) == 260 && offsetof(EvtSchRecord, use_items) == 512 &&
+              sizeof(EvtSchRecord) == 516);
 static_assert(sizeof EvtSchRecord::items < sizeof EvtSchRecord::joined,
               "ten items, each with ';' for its NUL, fit joined");
 

@@ -1,12 +1,15 @@
-#include <stdint.h>
+#include <stddef.h>
 #include <string.h>
 
 #include "ktcomm/sched.h"
 #include "sched/local_now.h"
 #include "sched/schedule_item.h"
 
-static_assert(sizeof(SchSlot) == 3 * sizeof(uint32_t) &&
-              sizeof(SchSlotSet) == 33 * sizeof(uint32_t));
+static_assert(offsetof(SchSlot, day_mask) == 0 && offsetof(SchSlot, start) == 4 &&
+              offsetof(SchSlot, end) == 8 && sizeof(SchSlot) == 12);
+static_assert(offsetof(SchSlotSet, enable) == 0 && offsetof(SchSlotSet, last_minute) == 4 &&
+              offsetof(SchSlotSet, last_result) == 8 && offsetof(SchSlotSet, slots) == 12 &&
+              sizeof(SchSlotSet) == 132);
 
 namespace kt {
 namespace {

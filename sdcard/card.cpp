@@ -1,3 +1,4 @@
+#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mount.h>
@@ -11,7 +12,12 @@
 #include "base/unique_file.h"
 #include "ktcomm/sdcard.h"
 
-static_assert(sizeof(SdCardStatus) == 40);
+static_assert(offsetof(SdCardStatus, state) == 0 && offsetof(SdCardStatus, fs_type) == 4 &&
+              offsetof(SdCardStatus, total_bytes) == 8 &&
+              offsetof(SdCardStatus, used_bytes) == 16 &&
+              offsetof(SdCardStatus, free_bytes) == 24 &&
+              offsetof(SdCardStatus, used_percent) == 32 &&
+              offsetof(SdCardStatus, reserved) == 36 && sizeof(SdCardStatus) == 40);
 
 namespace kt {
 namespace {

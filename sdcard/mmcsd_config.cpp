@@ -9,10 +9,15 @@
 #include "ktcomm/config.h"
 #include "ktcomm/sdcard.h"
 
-static_assert(offsetof(SdRecordConfig, disk_ctrl) == 52);
-static_assert(offsetof(SdRecordConfig, file_size) == 72);
-static_assert(offsetof(SdRecordConfig, schedule) == 80);
-static_assert(sizeof(SdRecordConfig) == 224);
+static_assert(offsetof(SdRecordConfig, card) == 0 && offsetof(SdRecordConfig, rec_enable) == 40 &&
+              offsetof(SdRecordConfig, reserved1) == 44 &&
+              offsetof(SdRecordConfig, disk_ctrl) == 52 &&
+              offsetof(SdRecordConfig, stream_id) == 56 &&
+              offsetof(SdRecordConfig, file_ctrl) == 60 &&
+              offsetof(SdRecordConfig, duration) == 64 &&
+              offsetof(SdRecordConfig, reserved2) == 68 &&
+              offsetof(SdRecordConfig, file_size) == 72 &&
+              offsetof(SdRecordConfig, schedule) == 80 && sizeof(SdRecordConfig) == 224);
 
 namespace kt {
 namespace {

@@ -5,8 +5,8 @@
 #include "base/unique_file.h"
 #include "settings/account.h"
 
-static_assert(offsetof(AdminConf, timeout) == 100);
-static_assert(sizeof(AdminConf) == 104);
+static_assert(offsetof(AdminConf, name) == 0 && offsetof(AdminConf, password) == 33 &&
+              offsetof(AdminConf, timeout) == 100 && sizeof(AdminConf) == 104);
 
 namespace kt {
 namespace {

@@ -3,9 +3,10 @@
 
 #include "ktcomm/settings.h"
 
-static_assert(offsetof(UserAllConf, users) == 104);
-static_assert(offsetof(UserAllConf, audio_in) == 2076);
-static_assert(sizeof(UserAllConf) == 2092);
+static_assert(offsetof(UserAllConf, admin) == 0 && offsetof(UserAllConf, users) == 104 &&
+              offsetof(UserAllConf, audio_in) == 2076 && offsetof(UserAllConf, audio_out) == 2080 &&
+              offsetof(UserAllConf, io) == 2084 && offsetof(UserAllConf, admin_rights) == 2088 &&
+              sizeof(UserAllConf) == 2092);
 
 namespace kt {
 namespace {

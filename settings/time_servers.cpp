@@ -9,10 +9,10 @@
 #include "ktcomm/settings.h"
 #include "settings/system_section.h"
 
-static_assert(offsetof(NTPConf, servers) == 4);
-static_assert(offsetof(NTPConf, updated_time) == 200);
-static_assert(offsetof(NTPConf, retry) == 216);
-static_assert(sizeof(NTPConf) == 284);
+static_assert(offsetof(NTPConf, mode) == 0 && offsetof(NTPConf, servers) == 4 &&
+              offsetof(NTPConf, updated_time) == 200 && offsetof(NTPConf, date) == 204 &&
+              offsetof(NTPConf, hour) == 208 && offsetof(NTPConf, minute) == 212 &&
+              offsetof(NTPConf, retry) == 216 && sizeof(NTPConf) == 284);
 
 namespace kt {
 namespace {

@@ -8,9 +8,11 @@
 #include "base/unique_file.h"
 #include "settings/account.h"
 
-static_assert(sizeof(UserEntry) == 98);
-static_assert(offsetof(UserConf, users) == 12);
-static_assert(sizeof(UserConf) == 1972);
+static_assert(offsetof(UserEntry, name) == 0 && offsetof(UserEntry, password) == 33 &&
+              sizeof(UserEntry) == 98);
+static_assert(offsetof(UserConf, login_check) == 0 && offsetof(UserConf, max_user) == 4 &&
+              offsetof(UserConf, reserved) == 8 && offsetof(UserConf, users) == 12 &&
+              sizeof(UserConf) == 1972);
 
 namespace kt {
 namespace {

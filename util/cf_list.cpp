@@ -1,7 +1,9 @@
+#include <stddef.h>
+
 #include "ktcomm/util_text.h"
 
 #if __SIZEOF_POINTER__ == 4
-static_assert(sizeof(cf_list) == 8);
+static_assert(offsetof(cf_list, prev) == 0 && offsetof(cf_list, next) == 4 && sizeof(cf_list) == 8);
 #endif
 
 namespace {

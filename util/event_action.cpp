@@ -6,7 +6,10 @@
 #include "util/event_list.h"
 
 #if __SIZEOF_POINTER__ == 4
-static_assert(sizeof(cf_event_action) == 28 && offsetof(cf_event_action, link) == 20);
+static_assert(offsetof(cf_event_action, a) == 0 && offsetof(cf_event_action, b) == 4 &&
+              offsetof(cf_event_action, callback) == 8 && offsetof(cf_event_action, c) == 12 &&
+              offsetof(cf_event_action, d) == 16 && offsetof(cf_event_action, link) == 20 &&
+              sizeof(cf_event_action) == 28);
 #endif
 
 namespace kt {

@@ -7,8 +7,11 @@
 #include "util/event_list.h"
 
 #if __SIZEOF_POINTER__ == 4
-static_assert(sizeof(cf_fdevent) == 28 && offsetof(cf_fdevent, link) == 20);
-static_assert(sizeof(cf_fdevents) == 64);
+static_assert(offsetof(cf_fdevent, fd) == 0 && offsetof(cf_fdevent, read_cb) == 4 &&
+              offsetof(cf_fdevent, read_arg) == 8 && offsetof(cf_fdevent, write_cb) == 12 &&
+              offsetof(cf_fdevent, write_arg) == 16 && offsetof(cf_fdevent, link) == 20 &&
+              sizeof(cf_fdevent) == 28);
+static_assert(offsetof(cf_fdevents, reserved) == 28 && sizeof(cf_fdevents) == 64);
 #endif
 static_assert(offsetof(cf_fdevents, head) == 0, "callers compare events with their set");
 

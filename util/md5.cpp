@@ -9,7 +9,9 @@
 
 #include "util/hash_block.h"
 
-static_assert(sizeof(md5_ctx) == 104 && offsetof(md5_ctx, digest) == 88);
+static_assert(offsetof(md5_ctx, count) == 0 && offsetof(md5_ctx, state) == 8 &&
+              offsetof(md5_ctx, buffer) == 24 && offsetof(md5_ctx, digest) == 88 &&
+              sizeof(md5_ctx) == 104);
 
 namespace kt {
 namespace {

@@ -9,7 +9,13 @@
 #include "util/hash_block.h"
 #include "util/hex_text.h"
 
-static_assert(sizeof(SHA256Context) == 116 && offsetof(SHA256Context, Message_Block) == 42);
+static_assert(offsetof(SHA256Context, Intermediate_Hash) == 0 &&
+              offsetof(SHA256Context, Length_Low) == 32 &&
+              offsetof(SHA256Context, Length_High) == 36 &&
+              offsetof(SHA256Context, Message_Block_Index) == 40 &&
+              offsetof(SHA256Context, Message_Block) == 42 &&
+              offsetof(SHA256Context, Computed) == 108 &&
+              offsetof(SHA256Context, Corrupted) == 112 && sizeof(SHA256Context) == 116);
 
 namespace kt {
 namespace {

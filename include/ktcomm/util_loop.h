@@ -80,6 +80,7 @@ KT_EXPORT int cf_fdevents_free(cf_fdevents *set);
 /* Nothing to do; returns 0. */
 KT_EXPORT int cf_fdevents_exit(void);
 
+/* Puts `event` at the end of `set`. */
 KT_EXPORT int cf_fdevents_add(cf_fdevents *set, cf_fdevent *event);
 
 /* Takes `event` out of `set`; returns 0 also when it was in none. The longer names
@@ -144,6 +145,7 @@ KT_EXPORT cf_event_action *cf_event_action_new(cf_event_callback callback, void 
 /* Frees an action that is in no list. Returns 0. */
 KT_EXPORT int cf_event_action_free(cf_event_action *action);
 
+/* Puts `action` at the end of `list`. */
 KT_EXPORT int cf_event_actions_add(cf_event_action *list, cf_event_action *action);
 
 /* cf_event_actions_add that returns the list. Without a list `action` itself is
