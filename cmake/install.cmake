@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS ktcomm EXPORT ktcommTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(TARGETS ktctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 
 configure_file(cmake/ktcomm.pc.in ktcomm.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ktcomm.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
