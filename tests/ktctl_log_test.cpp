@@ -11,11 +11,12 @@
 #include <functional>
 
 #include "base/file_lock.h"
+#include "tests/json_check.h"
 #include "tests/ktctl_support.h"
 #include "tools/ktctl.h"
 
 using namespace kt::test;
-using kt::tools::Request;
+using kt::tools::Option, kt::tools::Request;
 using std::string;
 
 namespace {
@@ -333,16 +334,16 @@ TEST_F(Commands, cron_start_tells_when_the_daemon_does_not_stay) {
 // ---- The SD card ----------------------------------------------------------
 
 // What a command prints and its exit code, run in this process.
-Result card(int (*command)(const Request&), bool yes = false) {
+Result card(int (*command)(const Request&), std::initializer_list<Option> options = {}) {
   Request request;
-  if (yes) request.values[static_cast<unsigned>(kt::tools::Option::kYes)] = "yes";
+  for (const auto option : options) request.values[static_cast<unsigned>(option)] = "given";
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   const int code = command(request);
   return {code, testing::internal::GetCapturedStdout(), testing::internal::GetCapturedStderr()};
 }
 Result show() { return card(kt::tools::show_card); }
-Result format() { return card(kt::tools::format_card, true); }
+Result format() { return card(kt::tools::format_card, {Option::kYes}); }
 
 // A process on the card by its directory or an open file.
 pid_t hold(const char* directory, const char* file) {
@@ -401,6 +402,37 @@ TEST_F(Commands, sd_status_tells_state_use_and_who_holds_the_card) {
   EXPECT_EQ(card(kt::tools::unmount_card),
             (Result{4, "", "ktctl: /dev/mmcblk0: not unmounted\n  held by  " + held + "           " + also}));
   for (const pid_t pid : {first, other, second}) EXPECT_EQ(kill(pid, SIGKILL) + wait_for_child(pid), -SIGKILL);
+}
+
+TEST_F(Commands, sd_dry_runs_leave_the_card_alone_and_programs_learn_of_it) {
+  run("truncate -s 4M /dev/mmcblk0; mkdir -p /mnt/mmc/ktmmc/02005e100001; touch /tmp/mmcsd_rec.lock");
+  write_file("/tmp/partitions", " 179 0 2048000 mmcblk0\n");
+  const auto would = [](int (*command)(const Request&), const string& plan) {
+    EXPECT_EQ(card(command, {Option::kDryRun, Option::kYes}), (Result{0, "would " + plan + "\n", ""}));
+  };
+  const auto learned = [] { return compact_json(card(kt::tools::show_card, {Option::kJson}).out); };
+  const string facts =
+      "\"card_bytes\":2097152000,\"recordings\":\"/mnt/mmc/ktmmc/02005e100001\",\"recordings_there\":true,"
+      "\"recorder\":true,\"operation\":\"none\",\"left_behind\":\"\",\"held_by\":[";
+  would(kt::tools::mount_card, "mount /dev/mmcblk0 and let the recorder record");
+  would(kt::tools::format_card, "pause the recorder and format /dev/mmcblk0");
+  would(kt::tools::unmount_card, "change nothing");
+  EXPECT_FALSE(exists(kMounts) || exists(kFormat));
+  EXPECT_EQ(learned(), "{\"state\":\"not_mounted\"," + facts + "],\"not_looked_into\":0}");
+  run("rm /tmp/mmcsd_rec.lock");
+  EXPECT_EQ(format().code, 0);
+  run("touch /tmp/mmcsd_rec.lock");
+  would(kt::tools::mount_card, "change nothing");
+  would(kt::tools::unmount_card, "pause the recorder and unmount /dev/mmcblk0");
+  EXPECT_TRUE(exists(kMounts));
+  const pid_t holder = hold("/mnt/mmc", "/dev/null");
+  EXPECT_EQ(learned(),
+            "{\"state\":\"ready\",\"total_bytes\":2097152000,\"used_bytes\":1006632960,\"free_bytes\":1090519040,"
+            "\"used_percent\":48," +
+                facts + "{\"pid\":" + std::to_string(holder) +
+                ",\"command\":\"sleep 100\",\"path\":\"/mnt/mmc\"}],"
+                "\"not_looked_into\":0}");
+  EXPECT_EQ(kill(holder, SIGKILL) + wait_for_child(holder), -SIGKILL);
 }
 
 TEST_F(Commands, sd_mount_and_unmount_are_done_once_and_tell_the_recorder) {

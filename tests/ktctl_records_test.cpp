@@ -128,10 +128,12 @@ TEST_F(KtctlRecords, accounts_are_shown_and_unfit_ones_refused) {
   for (const string& input : {string("a;b\n"), string("a\0b\n", 4), string("p\r\n")})
     expect_refused(input, "user password ann~the password: only|admin password~the password: only");
   const std::pair<string, string> kUnfit[] = {
-      {replaced(kAccounts, "=bob", "=ann"), "user add new~two accounts have the same name already"},
+      {replaced(kAccounts, "=bob", "=ann"),
+       "user add new~" + string(kSettings) + ": [USER]: two accounts have the same name already"},
       {kAccounts + kLimit + "2\n", "user add new~there is no room for more than 2 users"},
       {slots("x,\n") + kLimit + "30\n", "user add new~there is no room for more than 20 users"},
-      {replaced(kAccounts, "=pw", "=p;w"), "admin set timeout=1~the name or the password stored so far holds"},
+      {replaced(kAccounts, "=pw", "=p;w"),
+       "admin set timeout=1~" + string(kSettings) + ": [USER] admin_password: it holds"},
       {"[USER]\nuser2=,x\n", string("user remove x~") + kSettings + ": [USER] user2: no account"},
       {"[USER]\nuser20=" + k33 + "\n", string("user remove x~") + kSettings + ": [USER] user20: no account"}};
   for (const auto& [settings, cases] : kUnfit) refill(settings), expect_refused("", cases);
@@ -220,7 +222,8 @@ TEST_F(KtctlRecords, time_servers_change_as_asked_or_the_field_is_named) {
       "b/c: a|"
       "ntp set updated_time=20161301~updated_time: 20161301: a|ntp set mode=0 server2=b~server2: with mode 0");
   refill(kOff), expect_refused("", "ntp set server1=-c~server1: -c: a|ntp set minute=6~minute: with mode 0");
-  refill(kBadHour), expect_refused("", "ntp set minute=6~hour: 99 is stored");
+  refill(kBadHour),
+      expect_refused("", "ntp set minute=6~" + string(kSettings) + ": [SYSTEM] ntp_hour: 99 is stored: hour");
   refill(kBad), expect_refused("", "ntp set minute=6~server1: a:: a");
   refill(kClock);
   expect_run("ntp show", 0, kShown, "");

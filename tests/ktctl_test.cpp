@@ -180,7 +180,8 @@ TEST_F(Ktctl, writers_wait_for_the_lock_and_readers_not_for_long) {
 TEST_F(Ktctl, every_command_has_help) {
   const std::string all = ktctl("--help").out;
   std::istringstream commands(
-      "get,set,unset-section,rename-section,show,save,restore,reset,flash,trace,hash,"
+      "get,set,batch,unset-section,rename-section,show,diff,check,lock,save,restore,reset,flash,trace,hash,"
+      "flash verify,flash repair,trace follow,trace merge,trace level,encrypt,decrypt,proc find,proc signal,"
       "schedule check,schedule now,schedule week,"
       "event list,event show,event set,event remove,event settings,event reload,"
       "log add,log show,log clear,log settings,"
@@ -389,8 +390,9 @@ TEST_F(Ktctl, restore_tells_what_it_could_not_do) {
 TEST_F(Ktctl, flash_prints_every_field) {
   const std::string kNames[] = {"normal copy, /dev/mtd3\n", "backup copy, /dev/mtd4\n"};
   const bool chip = on_chip_without("a partition that is too short for a header");
-  const std::string kMtd = "MTD, 8388608 bytes, erase block 131072, page 2048, spare 64\n  bad blocks  none\n";
-  const std::string kDevice = "  device      " + (chip ? kMtd : "plain file, 262144 bytes\n"),
+  const std::string kMtd = "MTD, 8388608 bytes, erase block 131072, page 2048, spare 64\n  bad blocks  none\n",
+                    kAreas = "  areas       none\n";
+  const std::string kDevice = "  device      " + (chip ? kMtd : "plain file, 262144 bytes\n") + kAreas,
                     kState = "  state       ";
   const std::string kHead = kDevice + "  id          0xCCAA, right\n  length      3 bytes\n";
   const std::string kMd5 = kHead + "  MD5         900150983cd24fb0d6963f7d28e17f72, ";
@@ -398,7 +400,7 @@ TEST_F(Ktctl, flash_prints_every_field) {
   const std::string kEnd = "a boot takes the factory defaults\nthe copies differ\n";
   using Copy = std::pair<std::string, std::string>;
   const Copy kBlank = {kErased, kDevice + kWrong + std::string(32, 'f') + ", not checked\n" + kState + "broken\n"};
-  const Copy kShort = {"short", "  device      plain file, 5 bytes\n" + kState + "cannot be read\n"};
+  const Copy kShort = {"short", "  device      plain file, 5 bytes\n" + kAreas + kState + "cannot be read\n"};
   const Copy kCopies[] = {{copy_of("abc"), kMd5 + "right\n" + kState + "intact\n"},
                           {flipped(copy_of("abc"), 26), kMd5 + "wrong\n" + kState + "broken\n"},
                           chip ? kBlank : kShort,

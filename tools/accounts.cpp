@@ -23,7 +23,7 @@ constexpr struct {
                      {ReadAllUserAudioOutPerm, SetAllUserAudioOutPerm}};
 
 constexpr Field right_field(const char* name, size_t right) {
-  return number_field(name, right * sizeof(int), 0, 1);
+  return flag_field(name, right * sizeof(int));
 }
 constexpr Field kRightFields[kRights] = {right_field("pt", 0), right_field("admin", 1),
                                          right_field("io", 2), right_field("audio_in", 3),
@@ -94,7 +94,8 @@ bool check_distinct(const UserAllConf& before, const UserAllConf& after, const c
   if (user_dup_check(&before) == 0) {
     (void)fail(kRefused, "%s: %s: a user or the administrator has this name", field, name);
   } else {
-    (void)fail(kRefused, "two accounts have the same name already; see ktctl user list");
+    (void)fail(kRefused, "%s: [USER]: two accounts have the same name already; see ktctl user list",
+               paths::kSettings);
   }
   return false;
 }

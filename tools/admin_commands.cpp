@@ -3,10 +3,12 @@
 #include <stddef.h>
 #include <string.h>
 
+#include "base/paths.h"
 #include "base/text.h"
 #include "tools/accounts.h"
 #include "tools/ktctl.h"
 #include "tools/password_input.h"
+#include "tools/would_set.h"
 
 namespace kt::tools {
 namespace {
@@ -28,14 +30,21 @@ int check_name(const AdminConf& before, const AdminConf& after) {
   return check_distinct(accounts.all, changed, "name", after.name) ? kDone : kRefused;
 }
 
+// What is new has been checked.
+int check_stored(const AdminConf& wanted) {
+  const bool name = is_account_text({wanted.name, strnlen(wanted.name, sizeof wanted.name)});
+  if (name &&
+      is_account_text({wanted.password, strnlen(wanted.password, sizeof wanted.password)})) {
+    return kDone;
+  }
+  return fail(kRefused,
+              "%s: [USER] admin_%s: it holds a character that none may hold: it has to be changed "
+              "first",
+              paths::kSettings, name ? "password" : "name");
+}
+
 int store(const AdminConf& wanted) {
   const int result = SaveAdminConf(&wanted);
-  // What is new has been checked.
-  if (result == -1) {
-    return fail(kRefused,
-                "the name or the password stored so far holds a character that none may hold: "
-                "it has to be changed first");
-  }
   AdminConf stored;
   const int unread = read_admin(stored);
   if (unread != kDone) return unread;
@@ -46,11 +55,11 @@ int store(const AdminConf& wanted) {
 
 }  // namespace
 
-int show_admin(const Request&) {
+int show_admin(const Request& request) {
   AdminConf admin;
   const int unread = read_admin(admin);
   if (unread != kDone) return unread;
-  print_fields(kFields, &admin);
+  print_fields(request, kFields, &admin);
   return kDone;
 }
 
@@ -64,10 +73,13 @@ int set_admin(const Request& request) {
   const AdminConf before = admin;
   code = set_fields(kFields, assignments, &admin);
   if (code == kDone) code = check_name(before, admin);
-  return code == kDone ? store(admin) : code;
+  if (code == kDone) code = check_stored(admin);
+  if (code != kDone) return code;
+  if (request.dry_run()) return would_set("the administrator's", kFields, &before, &admin);
+  return are_equal(kFields, &before, &admin) ? kDone : store(admin);
 }
 
-int set_admin_password(const Request&) {
+int set_admin_password(const Request& request) {
   AdminConf admin;
   Password password;
   int code = read_admin(admin);
@@ -77,6 +89,9 @@ int set_admin_password(const Request&) {
   if (code == kDone) code = read_admin(admin);
   if (code != kDone) return code;
   copy_cut(admin.password, sizeof admin.password, password.text);
+  code = check_stored(admin);
+  if (code != kDone) return code;
+  if (request.dry_run()) return would("set the administrator's password");
   return store(admin);
 }
 

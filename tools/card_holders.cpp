@@ -89,7 +89,7 @@ Command command_of(int pid) {
 
 }  // namespace
 
-Holders print_card_holders(FILE* out, const char* first) {
+Holders find_card_holders(void (*use)(const Holder& holder, void* context), void* context) {
   Holders holders;
   unique_dir processes("/proc");
   while (const char* const name = processes.next()) {
@@ -99,12 +99,25 @@ Holders print_card_holders(FILE* out, const char* first) {
     const Hold hold = hold_of(*pid, target);
     if (hold == Hold::kUnknown) ++holders.unknown;
     if (hold != Hold::kHeld) continue;
-    const char* const label = holders.found == 0 ? first : "";
-    (void)fprintf(out, "%-*s%d  %s  %s\n", static_cast<int>(strlen(first)), label, *pid,
-                  command_of(*pid).c_str(), target.c_str());
+    use({*pid, command_of(*pid).c_str(), target.c_str()}, context);
     ++holders.found;
   }
   return holders;
+}
+
+Holders print_card_holders(FILE* out, const char* first) {
+  struct Lines {
+    FILE* out;
+    const char* label;
+    int width;
+  } lines = {out, first, static_cast<int>(strlen(first))};
+  const auto print = [](const Holder& holder, void* context) {
+    auto& to = *static_cast<Lines*>(context);
+    (void)fprintf(to.out, "%-*s%d  %s  %s\n", to.width, to.label, holder.pid, holder.command,
+                  holder.path);
+    to.label = "";
+  };
+  return find_card_holders(print, &lines);
 }
 
 }  // namespace kt::tools

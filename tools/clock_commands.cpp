@@ -14,11 +14,14 @@
 #include "tools/number.h"
 #include "tools/settings_lock.h"
 #include "tools/settings_write.h"
+#include "tools/would_edit_crontab.h"
+#include "tools/would_set.h"
 
 namespace kt::tools {
 namespace {
 
 constexpr char kSystem[] = "SYSTEM";
+constexpr char kJob[] = "ntp_setcron";
 
 int system_not_written() {
   return not_written(paths::kSettings, Section(kSystem));
@@ -82,12 +85,18 @@ int check_updated_time(const NTPConf& before, const NTPConf& after) {
 
 // What stands in the settings already may be anything, but the writer looks at it, too.
 int check_time(const NTPConf& conf) {
-  for (const Field* const field : {&kDate, &kHour, &kMinute}) {
-    int number;
-    memcpy(&number, reinterpret_cast<const char*>(&conf) + field->offset, sizeof number);
-    if (number >= field->lowest && number <= field->highest) continue;
-    return fail(kRefused, "%s: %d is stored: a number from %d to %d has to be set", field->name,
-                number, field->lowest, field->highest);
+  constexpr struct {
+    const Field& field;
+    const char* key;
+    int NTPConf::*number;
+  } kStored[] = {{kDate, "ntp_date", &NTPConf::date},
+                 {kHour, "ntp_hour", &NTPConf::hour},
+                 {kMinute, "ntp_min", &NTPConf::minute}};
+  for (const auto& [field, key, place] : kStored) {
+    const int number = conf.*place;
+    if (number >= field.lowest && number <= field.highest) continue;
+    return fail(kRefused, "%s: [%s] %s: %d is stored: %s has to be set, from %d to %d",
+                paths::kSettings, kSystem, key, number, field.name, field.lowest, field.highest);
   }
   return kDone;
 }
@@ -118,6 +127,33 @@ int read_ntp(NTPConf& conf) {
   return NTPReadData(&conf) == 0 ? kDone : fail_errno(paths::kSettings);
 }
 
+// When the job runs; empty where it does not.
+StringBuffer<63> job_of(const NTPConf& conf) {
+  StringBuffer<63> line;
+  if (conf.mode != KT_NTP_SCHEDULED || conf.date == -1) return line;
+  line.append_format("%d %d * * ", conf.minute, conf.hour);
+  if (conf.date == 0) {
+    line.append("*");
+  } else {
+    line.append_format("%d", conf.date % 7);
+  }
+  line.append_format(" root %s", kJob);
+  return line;
+}
+
+int would_store(const NTPConf& before, const NTPConf& wanted) {
+  int told = tell_field_changes("[SYSTEM]", kFields, &before, &wanted);
+  const auto job = job_of(wanted);
+  int code = tell_crontab_edit({.line = {}, .command = kJob, .added = job.view()}, told);
+  // One to try again is given up.
+  if (code == kDone && wanted.mode != KT_NTP_OFF && ::access(paths::kTimeRetry, F_OK) == 0) {
+    (void)would("remove %s", paths::kTimeRetry);
+    ++told;
+    code = tell_crontab_edit({.line = {}, .command = paths::kTimeControl, .added = {}}, told);
+  }
+  return code == kDone && told == 0 ? would_change_nothing() : code;
+}
+
 int store(const NTPConf& wanted) {
   const bool done = NTPWriteData(&wanted) == 0;
   NTPConf stored;
@@ -144,6 +180,21 @@ int replacement_of(int index) {
   return index;
 }
 
+bool is_zone(int index) {
+  return index >= 0 && index < KT_TIME_ZONES;
+}
+
+// A zone that there is not has no offset.
+void print_zone(Printer& printer, int index) {
+  printer.number("index", index);
+  if (is_zone(index)) {
+    printer.text("offset", offset_text(kt_time_zone[index]).view());
+    printer.number("offset_minutes", kt_time_zone[index] * 60 / 100);
+  }
+  printer.flag("usable", TIME_TimezoneCheck(index) == 0);
+  printer.number("use", replacement_of(index));
+}
+
 // ---- Daylight saving ------------------------------------------------------
 
 int read_daylight_saving(bool& on) {
@@ -158,12 +209,16 @@ int read_daylight_saving(bool& on) {
   return kDone;
 }
 
-int store_daylight_saving(bool wanted) {
+int store_daylight_saving(const Request& request, bool wanted) {
   bool on = false;
   int code = read_daylight_saving(on);
-  if (code != kDone || on == wanted) return code;
-  code = wait_until_unlocked();
+  if (code == kDone && on != wanted) code = wait_until_unlocked();
   if (code != kDone) return code;
+  if (request.dry_run()) {
+    return on == wanted ? would_change_nothing()
+                        : would("turn daylight saving %s", wanted ? "on" : "off");
+  }
+  if (on == wanted) return kDone;
   const Uninterrupted uninterrupted;
   const bool done = WriteDayLightSaving(wanted ? 1 : 0) == 0;
   code = read_daylight_saving(on);
@@ -173,11 +228,11 @@ int store_daylight_saving(bool wanted) {
 
 }  // namespace
 
-int show_ntp(const Request&) {
+int show_ntp(const Request& request) {
   NTPConf conf;
   const int unread = read_ntp(conf);
   if (unread != kDone) return unread;
-  print_fields(kFields, &conf);
+  print_fields(request, kFields, &conf);
   return kDone;
 }
 
@@ -194,17 +249,30 @@ int set_ntp(const Request& request) {
   NTPConf after = before;
   code = set_fields(kFields, assignments, &after);
   if (code == kDone) code = check_change(before, after);
-  return code == kDone ? store(after) : code;
+  if (code != kDone) return code;
+  return request.dry_run() ? would_store(before, after) : store(after);
 }
 
-int sync_ntp(const Request&) {
+int sync_ntp(const Request& request) {
   // Nobody hears of a failure in the background.
   if (::access(paths::kTimeControl, X_OK) != 0) return fail_errno(paths::kTimeControl);
+  if (request.dry_run()) return would("run %s -n in the background", paths::kTimeControl);
   if (SetNTP() == 0) return kDone;
   return fail(kSystemError, "%s: not started: no shell", paths::kTimeControl);
 }
 
-int list_zones(const Request&) {
+int list_zones(const Request& request) {
+  if (request.for_programs()) {
+    Printer printer(request);
+    printer.begin_list("zones");
+    for (int index = 0; index < KT_TIME_ZONES; ++index) {
+      printer.begin_object(nullptr);
+      print_zone(printer, index);
+      printer.end_object();
+    }
+    printer.end_list();
+    return kDone;
+  }
   (void)printf("INDEX  OFFSET\n");
   for (int index = 0; index < KT_TIME_ZONES; ++index) {
     const auto offset = offset_text(kt_time_zone[index]);
@@ -221,14 +289,18 @@ int list_zones(const Request&) {
 int check_zone(const Request& request) {
   const auto index = parse_number(request.arguments[0]);
   if (!index) return fail(kUsage, "INDEX: %s: a number is wanted", request.arguments[0]);
-  if (TIME_TimezoneCheck(*index) == 0) {
+  const bool may_be_used = TIME_TimezoneCheck(*index) == 0;
+  Printer printer(request);
+  if (!printer.plain()) {
+    print_zone(printer, *index);
+  } else if (may_be_used) {
     (void)printf("%d: %s\n", *index, offset_text(kt_time_zone[*index]).c_str());
-    return kDone;
+  } else {
+    (void)printf("%d: %s: use %d\n", *index, is_zone(*index) ? "reserved" : "no such zone",
+                 replacement_of(*index));
   }
-  const bool is_there = *index >= 0 && *index < KT_TIME_ZONES;
-  (void)printf("%d: %s: use %d\n", *index, is_there ? "reserved" : "no such zone",
-               replacement_of(*index));
-  return is_there ? kRefused : kNotFound;
+  if (may_be_used) return kDone;
+  return is_zone(*index) ? kRefused : kNotFound;
 }
 
 int daylight_saving(const Request& request) {
@@ -236,12 +308,18 @@ int daylight_saving(const Request& request) {
   if (wanted == nullptr) {
     bool on = false;
     const int unread = read_daylight_saving(on);
-    if (unread == kDone) (void)puts(on ? "on" : "off");
-    return unread;
+    if (unread != kDone) return unread;
+    Printer printer(request);
+    if (printer.plain()) {
+      (void)puts(on ? "on" : "off");
+    } else {
+      printer.flag("dst", on);
+    }
+    return kDone;
   }
   const bool on = strcmp(wanted, "on") == 0;
   if (!on && strcmp(wanted, "off") != 0) return fail(kUsage, "%s: on or off is wanted", wanted);
-  return store_daylight_saving(on);
+  return store_daylight_saving(request, on);
 }
 
 }  // namespace kt::tools

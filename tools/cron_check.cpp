@@ -9,7 +9,9 @@
 #include "base/unique_file.h"
 #include "tools/crontab_lines.h"
 #include "tools/ktctl.h"
+#include "tools/line_source.h"
 #include "tools/plain_text.h"
+#include "tools/printer.h"
 #include "tools/settings_input.h"
 
 namespace kt::tools {
@@ -103,6 +105,18 @@ bool check_line(std::string_view line, Reason& reason) {
   return false;
 }
 
+void begin_report(Printer& printer, const char* path) {
+  printer.text("file", path);
+  printer.begin_list("refused");
+}
+
+void print_refused(Printer& printer, int line, const char* reason) {
+  printer.begin_object(nullptr);
+  printer.number("line", line);
+  printer.text("reason", reason);
+  printer.end_object();
+}
+
 }  // namespace
 
 int check_crontab(const Request& request) {
@@ -110,9 +124,15 @@ int check_crontab(const Request& request) {
   unique_file file;
   int code = open_settings(path, file);
   if (code != kDone) return code;
+  Printer printer(request);
+  if (!printer.plain()) begin_report(printer, path);
   const auto tell = [&](int number, const char* reason) {
-    (void)printf("%s:%d: %s\n", path, number, reason);
     code = kRefused;
+    if (printer.plain()) {
+      (void)printf("%s:%d: %s\n", path, number, reason);
+    } else {
+      print_refused(printer, number, reason);
+    }
   };
   LineSource lines(file.get());
   while (lines.next()) {

@@ -14,9 +14,13 @@
 #include "tools/crontab_lines.h"
 #include "tools/edit_lock.h"
 #include "tools/ktctl.h"
+#include "tools/line_source.h"
 #include "tools/plain_text.h"
+#include "tools/printer.h"
 #include "tools/settings_input.h"
 #include "tools/settings_lock.h"
+#include "tools/would_edit_crontab.h"
+#include "tools/would_set.h"
 
 namespace kt::tools {
 namespace {
@@ -29,12 +33,14 @@ struct Row {
   std::string_view columns[kColumns];
   std::string_view command;
   bool linear;
+  bool nickname;
 };
 
-constexpr Row kHeader = {{"MINUTE", "HOUR", "MDAY", "MONTH", "WDAY", "USER"}, "COMMAND", false};
+constexpr Row kHeader = {
+    {"MINUTE", "HOUR", "MDAY", "MONTH", "WDAY", "USER"}, "COMMAND", false, false};
 
 Row row_of(const CronColumns& job) {
-  Row row = {{}, job.command, job.linear};
+  Row row = {{}, job.command, job.linear, job.nickname};
   std::copy(job.fields, job.fields + kCronFields, row.columns);
   row.columns[kCronFields] = job.user;
   return row;
@@ -50,9 +56,24 @@ void print_row(const Row& row, const size_t (&widths)[kColumns]) {
   (void)putchar('\n');
 }
 
-// Calls `use` for each job, and `skip` for each line that should be one.
+void print_job(Printer& printer, int line, const Row& row) {
+  constexpr const char* kNames[kColumns] = {"minute", "hour", "mday", "month", "wday", "user"};
+  printer.begin_object(nullptr);
+  printer.number("line", line);
+  printer.flag("linear", row.linear);
+  printer.text("nickname", row.nickname ? row.columns[0] : "");
+  for (size_t i = 0; i < kColumns; ++i) {
+    printer.text(kNames[i], i == 0 && row.nickname ? "" : row.columns[i]);
+  }
+  printer.text("command", row.command);
+  printer.end_object();
+}
+
+// Calls `use` for each job and its line's number, and `skip` for each line that should
+// be one. There may be no file.
 template <typename F, typename G>
 void for_each_job(FILE* file, F use, G skip) {
+  if (file == nullptr) return;
   rewind(file);
   LineSource lines(file);
   while (lines.next()) {
@@ -61,9 +82,33 @@ void for_each_job(FILE* file, F use, G skip) {
     if (job.command.empty()) {
       skip(lines.number());
     } else {
-      use(row_of(job));
+      use(row_of(job), lines.number());
     }
   }
+}
+
+void list_for_people(FILE* file) {
+  size_t widths[kColumns];
+  for (size_t i = 0; i < kColumns; ++i) widths[i] = kHeader.columns[i].size();
+  bool any = false;
+  const auto widen = [&](const Row& row, int) {
+    for (size_t i = 0; i < kColumns; ++i) widths[i] = std::max(widths[i], row.columns[i].size());
+    any = true;
+  };
+  const auto skip = [](int number) { (void)fail(kDone, "%s:%d: no job", paths::kCrontab, number); };
+  for_each_job(file, widen, skip);
+  if (any) print_row(kHeader, widths);
+  for_each_job(
+      file, [&](const Row& row, int) { print_row(row, widths); }, [](int) {});
+}
+
+void list_for_programs(const Request& request, FILE* file) {
+  Printer printer(request);
+  printer.begin_list("jobs");
+  for_each_job(
+      file, [&](const Row& row, int line) { print_job(printer, line, row); },
+      [](int number) { (void)fail(kDone, "%s:%d: no job", paths::kCrontab, number); });
+  printer.end_list();
 }
 
 // ---- A job from the command line ------------------------------------------
@@ -147,14 +192,46 @@ long long crontab_size() {
   return ::stat(paths::kCrontab, &status) == 0 ? status.st_size : -1;
 }
 
-int remove_with(int (*remove)(SchdEntry*), SchdEntry& entry) {
+int no_such_job() {
+  return fail(kNotFound, "%s: there is no such job", paths::kCrontab);
+}
+
+// The line of a job, without its line feed.
+StringBuffer<180> line_of(const SchdEntry& entry, bool linear) {
+  char text[181];
+  (void)SCHDConvtUserFormat(&entry, text, sizeof text, linear ? 1 : 0);  // such jobs fit
+  StringBuffer<180> line;
+  line.append({text, strcspn(text, "\n")});
+  return line;
+}
+
+int would_add(std::string_view line) {
+  int told = 0;
+  const int code = tell_crontab_edit({.line = line, .command = {}, .added = line}, told);
+  return code == kDone && told == 0 ? would_change_nothing() : code;
+}
+
+int would_remove(const CrontabEdit& edit) {
+  int told = 0;
+  const int code = tell_crontab_edit(edit, told);
+  return code == kDone && told == 0 ? no_such_job() : code;
+}
+
+int remove_with(const Request& request, int (*remove)(SchdEntry*), SchdEntry& entry) {
   FlockFile lock;
   if (const int code = lock_edit(lock, paths::kCrontabEditLock); code != kDone) return code;
+  if (request.dry_run()) {
+    if (remove == SCHDDelScheduleByCmd) {
+      return would_remove({.line = {}, .command = entry.command, .added = {}});
+    }
+    const auto line = line_of(entry, remove == SCHDDelLinearSchedule);
+    return would_remove({.line = line.view(), .command = {}, .added = {}});
+  }
   const Uninterrupted uninterrupted;
   const long long before = crontab_size();
   const int code = explain(remove(&entry));
   if (code != kDone || crontab_size() < before) return code;
-  return fail(kNotFound, "%s: there is no such job", paths::kCrontab);
+  return no_such_job();
 }
 
 int remove_by_command(const Request& request, const char* word) {
@@ -167,29 +244,23 @@ int remove_by_command(const Request& request, const char* word) {
   if (strchr(word, ' ') != nullptr) {
     return fail(kRefused, "--command: %s: one word is wanted, the command's first", word);
   }
-  return remove_with(SCHDDelScheduleByCmd, entry);
+  return remove_with(request, SCHDDelScheduleByCmd, entry);
 }
 
 }  // namespace
 
-int list_jobs(const Request&) {
-  if (crontab_size() < 0 && errno == ENOENT) return kDone;
+int list_jobs(const Request& request) {
   unique_file file;
-  const int unfit = open_settings(paths::kCrontab, file);
-  if (unfit != kDone) return unfit;
-  size_t widths[kColumns];
-  for (size_t i = 0; i < kColumns; ++i) widths[i] = kHeader.columns[i].size();
-  bool any = false;
-  const auto widen = [&](const Row& row) {
-    for (size_t i = 0; i < kColumns; ++i) widths[i] = std::max(widths[i], row.columns[i].size());
-    any = true;
-  };
-  for_each_job(file.get(), widen, [](int) {});
-  if (any) print_row(kHeader, widths);
-  for_each_job(
-      file.get(), [&](const Row& row) { print_row(row, widths); },
-      [](int number) { (void)fail(kDone, "%s:%d: no job", paths::kCrontab, number); });
-  return ferror(file.get()) == 0 ? kDone : fail_errno(paths::kCrontab);
+  if (crontab_size() >= 0 || errno != ENOENT) {
+    const int unfit = open_settings(paths::kCrontab, file);
+    if (unfit != kDone) return unfit;
+  }
+  if (request.for_programs()) {
+    list_for_programs(request, file.get());
+  } else {
+    list_for_people(file.get());
+  }
+  return !file.ok() || ferror(file.get()) == 0 ? kDone : fail_errno(paths::kCrontab);
 }
 
 int add_job(const Request& request) {
@@ -198,9 +269,10 @@ int add_job(const Request& request) {
   if (unfit != kDone) return unfit;
   FlockFile lock;
   if (const int code = lock_edit(lock, paths::kCrontabEditLock); code != kDone) return code;
+  const bool linear = request.has(Option::kLinear);
+  if (request.dry_run()) return would_add(line_of(entry, linear).view());
   const Uninterrupted uninterrupted;
-  return explain(request.has(Option::kLinear) ? SCHDAddLinearSchedule(&entry)
-                                              : SCHDAddSchedule(&entry));
+  return explain(linear ? SCHDAddLinearSchedule(&entry) : SCHDAddSchedule(&entry));
 }
 
 int remove_job(const Request& request) {
@@ -214,7 +286,8 @@ int remove_job(const Request& request) {
   SchdEntry entry;
   const int unfit = read_job(request.arguments, entry);
   if (unfit != kDone) return unfit;
-  return remove_with(request.has(Option::kLinear) ? SCHDDelLinearSchedule : SCHDDelSchedule, entry);
+  return remove_with(request,
+                     request.has(Option::kLinear) ? SCHDDelLinearSchedule : SCHDDelSchedule, entry);
 }
 
 }  // namespace kt::tools

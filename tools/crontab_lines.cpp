@@ -1,7 +1,6 @@
 #include "tools/crontab_lines.h"
 
 #include <ctype.h>
-#include <sys/types.h>
 
 namespace kt::tools {
 namespace {
@@ -39,18 +38,6 @@ bool is_linear(std::string_view line) {
 }
 
 }  // namespace
-
-bool LineSource::next() {
-  char* buffer = buffer_.release();
-  const ssize_t length = ::getline(&buffer, &size_, stream_);
-  buffer_.reset(buffer);
-  if (length <= 0) return false;
-  line_ = {buffer, static_cast<size_t>(length)};
-  finished_ = line_.back() == '\n';
-  if (finished_) line_.remove_suffix(1);
-  ++number_;
-  return true;
-}
 
 bool is_no_job(std::string_view line) {
   const size_t begin = line.find_first_not_of(kBlanks);

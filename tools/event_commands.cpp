@@ -13,8 +13,10 @@
 #include "tools/fields.h"
 #include "tools/ktctl.h"
 #include "tools/schedule_item.h"
+#include "tools/settings_changes.h"
 #include "tools/settings_lock.h"
 #include "tools/settings_write.h"
+#include "tools/would_set.h"
 
 namespace kt::tools {
 namespace {
@@ -31,8 +33,18 @@ Key entry_key(int number) {
   return key;
 }
 
-int store(const char* key, const char* value) {
-  return store_value(paths::kSettings, Section(kSection), key, value);
+int would_store(const Change& change) {
+  if (!check_assignment(paths::kSettings, change.section, change.key, change.value)) {
+    return kRefused;
+  }
+  const int code = wait_until_unlocked();
+  return code == kDone ? tell_changes(paths::kSettings, {&change, 1}) : code;
+}
+
+int store(const Request& request, const char* key, const char* value) {
+  const Section section(kSection);
+  if (request.dry_run()) return would_store({section, key, value});
+  return store_value(paths::kSettings, section, key, value);
 }
 
 // ---- Listing --------------------------------------------------------------
@@ -70,11 +82,39 @@ Widths widths_of(const EventConfig& config) {
   return widths;
 }
 
-void print_event(int number, const EventEntry& event, const Widths& widths) {
+void print_row(int number, const EventEntry& event, const Widths& widths) {
   const EventForm form = form_of(event);
   (void)printf("%2d  %-*s  %-7s  %4d  %6d  %-*s  %s\n", number, widths.name, event.name,
                event.enabled != 0 ? "yes" : "no", event.type, event.input_source, widths.schedule,
                schedule_summary(event).c_str(), form.actions[0] != '\0' ? form.actions : "-");
+}
+
+void list_for_people(const EventConfig& config) {
+  const Widths widths = widths_of(config);
+  (void)printf("NO  %-*s  ENABLED  TYPE  SOURCE  %-*s  ACTIONS\n", widths.name, "NAME",
+               widths.schedule, "SCHEDULE");
+  int number = 0;
+  for (const EventEntry& event : config.events) {
+    ++number;
+    if (in_use(event)) print_row(number, event, widths);
+  }
+  if (config.trigger == 0) (void)printf("all events are off: event settings trigger=1\n");
+}
+
+void list_for_programs(const EventConfig& config, const Request& request) {
+  Printer printer(request);
+  printer.flag("trigger", config.trigger != 0);
+  printer.begin_list("events");
+  int number = 0;
+  for (const EventEntry& event : config.events) {
+    ++number;
+    if (!in_use(event)) continue;
+    printer.begin_object(nullptr);
+    printer.number("number", number);
+    print_form(printer, form_of(event));
+    printer.end_object();
+  }
+  printer.end_list();
 }
 
 // ---- Changing -------------------------------------------------------------
@@ -108,30 +148,26 @@ struct EventSettings {
 };
 
 constexpr Field kSettingsFields[] = {
-    number_field("trigger", offsetof(EventSettings, trigger), 0, 1),
+    flag_field("trigger", offsetof(EventSettings, trigger)),
     number_field("jpeg_fps", offsetof(EventSettings, jpeg_fps), 1, 100)};
 
 int store_number(const char* key, int number) {
   StringBuffer<11> text;
   text.append_format("%d", number);
-  return store(key, text.c_str());
+  return store_value(paths::kSettings, Section(kSection), key, text.c_str());
 }
 
 }  // namespace
 
-int list_events(const Request&) {
+int list_events(const Request& request) {
   EventConfig config;
   const int unread = read_events(config);
   if (unread != kDone) return unread;
-  const Widths widths = widths_of(config);
-  (void)printf("NO  %-*s  ENABLED  TYPE  SOURCE  %-*s  ACTIONS\n", widths.name, "NAME",
-               widths.schedule, "SCHEDULE");
-  int number = 0;
-  for (const EventEntry& event : config.events) {
-    ++number;
-    if (in_use(event)) print_event(number, event, widths);
+  if (request.for_programs()) {
+    list_for_programs(config, request);
+  } else {
+    list_for_people(config);
   }
-  if (config.trigger == 0) (void)printf("all events are off: event settings trigger=1\n");
   return kDone;
 }
 
@@ -141,8 +177,9 @@ int show_event(const Request& request) {
   if (unread != kDone) return unread;
   const int number = find_event(config, request.arguments[0]);
   if (number == 0) return kNotFound;
-  const EventForm form = form_of(config.events[number - 1]);
-  print_fields(event_fields(), &form);
+  Printer printer(request);
+  if (!printer.plain()) printer.number("number", number);
+  print_form(printer, form_of(config.events[number - 1]));
   return kDone;
 }
 
@@ -165,7 +202,7 @@ int set_event(const Request& request) {
   if (refused != kDone) return refused;
   const Entry entry = in_use(event) ? update_entry(stored.text, before, form, config.jpeg_fps)
                                     : new_entry(form, config.jpeg_fps);
-  return store(entry_key(*number).c_str(), entry.c_str());
+  return store(request, entry_key(*number).c_str(), entry.c_str());
 }
 
 int remove_event(const Request& request) {
@@ -173,7 +210,7 @@ int remove_event(const Request& request) {
   const int unread = read_events(config);
   if (unread != kDone) return unread;
   const int number = find_event(config, request.arguments[0]);
-  return number != 0 ? store(entry_key(number).c_str(), "") : kNotFound;
+  return number != 0 ? store(request, entry_key(number).c_str(), "") : kNotFound;
 }
 
 int event_settings(const Request& request) {
@@ -184,12 +221,13 @@ int event_settings(const Request& request) {
   EventSettings after = before;
   const std::span assignments(request.arguments, static_cast<size_t>(request.count));
   if (assignments.empty()) {
-    print_fields(kSettingsFields, &before);
+    print_fields(request, kSettingsFields, &before);
     return kDone;
   }
   const int refused = set_fields(kSettingsFields, assignments, &after);
   if (refused != kDone) return refused;
   if (const int code = wait_until_unlocked(); code != kDone) return code;
+  if (request.dry_run()) return would_set("[EVENT]", kSettingsFields, &before, &after);
   const Uninterrupted uninterrupted;  // over both writes
   int code = kDone;
   if (after.trigger != before.trigger) code = store_number(kTrigger, after.trigger);
@@ -199,12 +237,13 @@ int event_settings(const Request& request) {
   return code;
 }
 
-int reload_events(const Request&) {
+int reload_events(const Request& request) {
   const int pid = GetAppsPidBySpecFile("hydra", paths::kHydraLock);
   // The file may name one that has ended.
   if (pid < 1 || (::kill(pid, 0) != 0 && errno == ESRCH)) {
     return fail(kNotFound, "there is no event daemon to read the events again");
   }
+  if (request.dry_run()) return would("let process %d read the events again", pid);
   if (RestartEvent() == 0) return kDone;
   return fail(kSystemError, "the event daemon, process %d, could not be told", pid);
 }

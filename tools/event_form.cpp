@@ -23,7 +23,7 @@ constexpr Field any_number(const char* name, size_t offset) {
 
 constexpr Field kFields[] = {
     text_field("name", offsetof(EventForm, name), sizeof EventForm::name),
-    number_field("enabled", offsetof(EventForm, enabled), 0, 1),
+    flag_field("enabled", offsetof(EventForm, enabled)),
     any_number("type", offsetof(EventForm, type)),
     any_number("source", offsetof(EventForm, source)),
     any_number("interval", offsetof(EventForm, interval)),
@@ -48,6 +48,12 @@ template <size_t N>
 void append_piece(StringBuffer<N>& list, char separator, std::string_view piece) {
   if (list.size() != 0) list.append({&separator, 1});
   list.append(piece);
+}
+
+void print_list(Printer& printer, const char* name, char separator, std::string_view list) {
+  printer.begin_list(name);
+  while (!list.empty()) printer.text(nullptr, take_piece(list, separator));
+  printer.end_list();
 }
 
 // The text of a form's field.
@@ -242,6 +248,23 @@ EventForm form_of(const EventEntry& event) {
   form.rec3 = event.rec3;
   if (has_schedule(event)) put(form.schedule, schedule_text(event.schedule));
   return form;
+}
+
+void print_form(Printer& printer, const EventForm& form) {
+  if (printer.plain()) {
+    print_fields(printer, kFields, &form);
+    return;
+  }
+  const bool off = strcmp(form.schedule, kOff) == 0;
+  for (const Field& field : kFields) {
+    if (field.offset == offsetof(EventForm, actions)) {
+      print_list(printer, field.name, ',', form.actions);
+    } else if (field.offset == offsetof(EventForm, schedule)) {
+      print_list(printer, field.name, ';', off ? "" : form.schedule);
+    } else {
+      print_fields(printer, {&field, 1}, &form);
+    }
+  }
 }
 
 int tidy_form(const EventForm& before, EventForm& form) {

@@ -29,6 +29,10 @@ struct EventForm {
 
 [[nodiscard]] EventForm form_of(const EventEntry& event);
 
+// Prints the fields; for programs the actions and the items of the schedule as lists,
+// of which the latter is empty for one that is off.
+void print_form(Printer& printer, const EventForm& form);
+
 // Whether the slots of an event count: those that an event holds while it is off do,
 // although such an event no longer knows whether its schedule was on.
 [[nodiscard]] bool has_schedule(const EventEntry& event);

@@ -1,12 +1,10 @@
 #include "tools/fields.h"
 
-#include <stdio.h>
 #include <string.h>
 
 #include <string_view>
 
 #include "base/text.h"
-#include "tools/ktctl.h"
 #include "tools/number.h"
 #include "tools/settings_input.h"
 
@@ -43,17 +41,26 @@ int set_text(const Field& field, const char* text, char* place) {
 
 }  // namespace
 
-void print_fields(std::span<const Field> fields, const void* record) {
+void print_fields(Printer& printer, std::span<const Field> fields, const void* record) {
   for (const Field& field : fields) {
     const char* const place = static_cast<const char*>(record) + field.offset;
     if (field.size != 0) {
-      (void)printf("%s=%.*s\n", field.name, static_cast<int>(field.size), place);
+      printer.text(field.name, {place, strnlen(place, field.size)});
       continue;
     }
     int number;
     memcpy(&number, place, sizeof number);
-    (void)printf("%s=%d\n", field.name, number);
+    if (field.flag && (number == 0 || number == 1)) {
+      printer.flag(field.name, number == 1);
+    } else {
+      printer.number(field.name, number);
+    }
   }
+}
+
+void print_fields(const Request& request, std::span<const Field> fields, const void* record) {
+  Printer printer(request);
+  print_fields(printer, fields, record);
 }
 
 int set_fields(std::span<const Field> fields, std::span<char* const> assignments, void* record) {

@@ -6,6 +6,8 @@
 
 #include <span>
 
+#include "tools/printer.h"
+
 namespace kt::tools {
 
 // One `int` of a record, with the numbers that will do, or one array of
@@ -16,17 +18,23 @@ struct Field {
   size_t size;  // 0 for a number
   int lowest;
   int highest;
+  bool flag = false;  // 0 is no and 1 is yes
 };
 
 constexpr Field number_field(const char* name, size_t offset, int lowest, int highest) {
   return {name, offset, 0, lowest, highest};
 }
+constexpr Field flag_field(const char* name, size_t offset) {
+  return {name, offset, 0, 0, 1, true};
+}
 constexpr Field text_field(const char* name, size_t offset, size_t size) {
   return {name, offset, size, 0, 0};
 }
 
-// Prints "NAME=VALUE\n" for each field of `record`.
-void print_fields(std::span<const Field> fields, const void* record);
+// Prints the fields of `record`, in the form that the request asks for or beside
+// what else `printer` prints.
+void print_fields(const Request& request, std::span<const Field> fields, const void* record);
+void print_fields(Printer& printer, std::span<const Field> fields, const void* record);
 
 // Puts the values of `assignments`, each "NAME=VALUE", into `record`. Returns
 // kDone, or the exit code after it has said what is wrong: kUsage for a field

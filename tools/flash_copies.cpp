@@ -87,17 +87,16 @@ class Scratch {
          calc_conf_line_num_and_check_ascii(settings.path()) >= 0;
 }
 
-[[nodiscard]] bool is_other_version(const char* settings_path) {
-  constexpr int kLimit = 32;
-  const unique_file defaults = open_file(paths::kDefaultSettings, "re");
-  const unique_file settings = open_file(settings_path, "re");
-  if (!defaults.ok() || !settings.ok()) return false;
-  char wanted[kLimit + 1] = "";
-  char stored[kLimit + 1] = "";
-  // A version missing here is looked up there, and then is the same.
-  (void)PRO_GetStr("SYSTEM", "cfg_ver", wanted, kLimit, defaults.get());
-  (void)PRO_GetStr("SYSTEM", "cfg_ver", stored, kLimit, settings.get());
-  return strcmp(wanted, stored) != 0;
+[[nodiscard]] bool hold_the_same(const char* one_path, const char* other_path) {
+  const unique_file one = open_file(one_path, "re");
+  const unique_file other = open_file(other_path, "re");
+  if (!one.ok() || !other.ok()) return false;
+  int c;
+  do {
+    c = getc_unlocked(one.get());
+    if (c != getc_unlocked(other.get())) return false;
+  } while (c != EOF);
+  return true;
 }
 
 [[nodiscard]] bool copy_archive(int source, int target, unsigned length) {
@@ -144,9 +143,35 @@ CopyState inspect_copy(int copy) {
   return state;
 }
 
+const char* describe(const CopyState& state) {
+  if (!state.reachable) return "cannot be read";
+  return state.intact ? "intact" : "broken";
+}
+
 bool are_equal(const CopyState& one, const CopyState& other) {
   return one.intact && other.intact && one.header.length == other.header.length &&
          memcmp(one.header.md5, other.header.md5, sizeof one.header.md5) == 0;
+}
+
+Content look_into(int copy, const CopyState& state, const char* path) {
+  const Scratch settings;
+  if (!state.intact || !unpack_settings(copy, state.header.length, settings))
+    return Content::kUnfit;
+  const bool same = path != nullptr && hold_the_same(settings.path(), path);
+  return same ? Content::kSameSettings : Content::kSettings;
+}
+
+bool is_other_version(const char* settings_path) {
+  constexpr int kLimit = 32;
+  const unique_file defaults = open_file(paths::kDefaultSettings, "re");
+  const unique_file settings = open_file(settings_path, "re");
+  if (!defaults.ok() || !settings.ok()) return false;
+  char wanted[kLimit + 1] = "";
+  char stored[kLimit + 1] = "";
+  // A version missing here is looked up there, and then is the same.
+  (void)PRO_GetStr("SYSTEM", "cfg_ver", wanted, kLimit, defaults.get());
+  (void)PRO_GetStr("SYSTEM", "cfg_ver", stored, kLimit, settings.get());
+  return strcmp(wanted, stored) != 0;
 }
 
 BootChoice choose_as_boot(const CopyState (&copies)[2]) {
@@ -159,25 +184,35 @@ BootChoice choose_as_boot(const CopyState (&copies)[2]) {
   return {};
 }
 
+bool read_copy(int copy, Text& text) {
+  const CopyState state = inspect_copy(copy);
+  const Scratch settings;
+  if (!state.intact || !unpack_settings(copy, state.header.length, settings)) return false;
+  const unique_file file = open_file(settings.path(), "re");
+  return file.ok() && text.read(file.get());
+}
+
+Repair find_repair() {
+  Repair repair;
+  repair.found[kNormalIndex] = inspect_copy(kNormalIndex);
+  repair.found[kBackupIndex] = inspect_copy(kBackupIndex);
+  repair.result = RepairResult::kNotNeeded;
+  if (are_equal(repair.found[kNormalIndex], repair.found[kBackupIndex])) return repair;
+  repair.source = choose_as_boot(repair.found).copy;
+  repair.result = repair.source == kNeither ? RepairResult::kNoSource : RepairResult::kNeeded;
+  return repair;
+}
+
 Repair repair_copies() {
   Repair repair;
   FlockFile lock;
   if (!lock.open(paths::kSettingsLock, paths::kSettingsLockMode) || !lock.lock_over_signals())
     return repair;
-  repair.found[kNormalIndex] = inspect_copy(kNormalIndex);
-  repair.found[kBackupIndex] = inspect_copy(kBackupIndex);
-  if (are_equal(repair.found[kNormalIndex], repair.found[kBackupIndex])) {
-    repair.result = RepairResult::kNotNeeded;
-    return repair;
-  }
-  repair.source = choose_as_boot(repair.found).copy;
-  if (repair.source == kNeither) {
-    repair.result = RepairResult::kNoSource;
-    return repair;
-  }
-  const int target = repair.source == kNormalIndex ? kBackupIndex : kNormalIndex;
-  const bool replaced = replace_copy(repair.source, repair.found[repair.source], target);
-  repair.result = replaced ? RepairResult::kRepaired : RepairResult::kNotRepaired;
+  repair = find_repair();
+  if (repair.result != RepairResult::kNeeded) return repair;
+  const CopyState& good = repair.found[repair.source];
+  repair.result = replace_copy(repair.source, good, repair.target()) ? RepairResult::kRepaired
+                                                                     : RepairResult::kNotRepaired;
   return repair;
 }
 

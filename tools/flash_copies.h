@@ -7,6 +7,7 @@
 
 #include "base/paths.h"
 #include "flash/copy_header.h"
+#include "tools/settings_text.h"
 
 namespace kt::tools {
 
@@ -15,6 +16,7 @@ inline constexpr int kBackupIndex = 1;
 inline constexpr int kNeither = -1;
 
 inline constexpr const char* kPartitions[] = {paths::kNormalCopy, paths::kBackupCopy};
+inline constexpr const char* kCopyNames[] = {"normal copy", "backup copy"};
 
 struct CopyState {
   bool reachable = false;     // its header could be read
@@ -26,6 +28,16 @@ struct CopyState {
 
 [[nodiscard]] CopyState inspect_copy(int copy);
 
+// "intact", or what is wrong with it, in a word or two.
+[[nodiscard]] const char* describe(const CopyState& state);
+
+// What an intact copy unpacks to, as a boot does it.
+enum class Content { kUnfit, kSettings, kSameSettings };
+
+// Whether these are settings that a boot would accept, and the same as the file at
+// `path` where one is given. A copy that is not intact holds none.
+[[nodiscard]] Content look_into(int copy, const CopyState& state, const char* path = nullptr);
+
 // Whether the two hold one and the same archive, both intact.
 [[nodiscard]] bool are_equal(const CopyState& one, const CopyState& other);
 
@@ -34,10 +46,15 @@ struct BootChoice {
   int copy = kNeither;         // the first that is intact and unpacks to valid settings
   bool other_version = false;  // but it is discarded: the defaults have another "cfg_ver"
 };
+[[nodiscard]] bool is_other_version(const char* settings_path);  // than that of the defaults
 [[nodiscard]] BootChoice choose_as_boot(const CopyState (&copies)[2]);
+
+// Reads the settings file that a copy holds; false when a boot would not take it.
+[[nodiscard]] bool read_copy(int copy, Text& text);
 
 enum class RepairResult {
   kNotNeeded,    // both held the same archive already
+  kNeeded,       // the other copy is to be made what `source` is; it was only looked at
   kRepaired,     // the other copy now holds what `source` holds
   kNoSource,     // neither copy holds settings: nothing was touched
   kNotRepaired,  // the other copy's partition or memory failed, or it is too small
@@ -48,7 +65,12 @@ struct Repair {
   RepairResult result = RepairResult::kNotLocked;
   int source = kNeither;    // the copy that a boot takes; it is never written to
   CopyState found[2] = {};  // the copies as they were before
+
+  [[nodiscard]] int target() const { return source == kNormalIndex ? kBackupIndex : kNormalIndex; }
 };
+
+// What there is to repair, without doing it: kNotNeeded, kNeeded or kNoSource.
+[[nodiscard]] Repair find_repair();
 
 // Makes both copies hold what a boot takes. To be done after a boot has its
 // settings: a save begins with the backup copy, so that over a broken normal

@@ -40,6 +40,7 @@ constexpr OptionText kOptions[] = {
     {"xml", nullptr, "TEXT is XML, not plain text"},
     {"cdata", nullptr, "TEXT becomes a CDATA section"},
     {"add", nullptr, "behind what the node holds, not in its place"},
+    {"all", nullptr, "the older files, too, oldest first"},
     {"dry-run", nullptr, "say what would be done, without doing it"},
     {"lock-timeout", "SECONDS", "give up when another holds a lock for longer"},
     {"shell", nullptr, "NAME='VALUE', for eval"},
@@ -194,7 +195,7 @@ void print_help_of(const Command& command) {
   for (unsigned i = 0; i < kOptionCount; ++i) {
     if ((command.options & (1u << i)) == 0) continue;
     const char* const argument = kOptions[i].argument != nullptr ? kOptions[i].argument : "";
-    const int padding = 18 - static_cast<int>(strlen(kOptions[i].name));
+    const int padding = 20 - static_cast<int>(strlen(kOptions[i].name));
     (void)printf("  --%s %-*s %s\n", kOptions[i].name, padding, argument, kOptions[i].summary);
   }
   (void)printf("%s", kExitCodes);

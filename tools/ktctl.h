@@ -29,6 +29,7 @@ enum class Option : unsigned {
   kXml,
   kCdata,
   kAdd,
+  kAll,
   kDryRun,
   kLockTimeout,
   kShell,
@@ -56,6 +57,7 @@ struct Request {
   }
   [[nodiscard]] bool has(Option option) const { return value(option) != nullptr; }
   [[nodiscard]] bool dry_run() const { return has(Option::kDryRun); }
+  [[nodiscard]] bool for_programs() const { return has(Option::kShell) || has(Option::kJson); }
 };
 
 // Prints "ktctl: " and the message to standard error and returns `code`.
@@ -65,7 +67,8 @@ struct Request {
 // kNotFound where there is no such file, else kSystemError.
 int fail_errno(const char* path);
 
-// For --dry-run: prints "would " and the message to standard output; kDone.
+// For --dry-run: prints "would " and the message to standard output, a question mark
+// for each control character; kDone.
 [[gnu::format(printf, 1, 2)]] int would(const char* format, ...);
 
 // Each of these runs one command and returns its exit code.
@@ -74,12 +77,27 @@ int set_value(const Request& request);
 int unset_section(const Request& request);
 int rename_section(const Request& request);
 int show_settings(const Request& request);
+int set_values(const Request& request);
+int diff_settings(const Request& request);
+int check_settings(const Request& request);
+int show_lock(const Request& request);
 int save_settings(const Request& request);
 int restore_settings(const Request& request);
 int reset_settings(const Request& request);
 int show_flash(const Request& request);
+int verify_flash(const Request& request);
+int repair_flash(const Request& request);
+
+// The trace, digests and ciphers, programs.
 int show_trace(const Request& request);
+int follow_trace(const Request& request);
+int merge_traces(const Request& request);
+int trace_level(const Request& request);
 int hash_files(const Request& request);
+int encrypt_text(const Request& request);
+int decrypt_text(const Request& request);
+int find_programs(const Request& request);
+int signal_programs(const Request& request);
 
 // Schedules.
 int check_schedule_items(const Request& request);

@@ -5,17 +5,20 @@
 #include <limits.h>
 #include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <optional>
 
 #include "base/paths.h"
 #include "base/string_buffer.h"
 #include "base/unique_file.h"
+#include "tools/lock_timeout.h"
 #include "tools/message_format.h"
 #include "tools/number.h"
 #include "tools/plain_text.h"
 #include "tools/settings_input.h"
 #include "tools/settings_lock.h"
+#include "tools/would_set.h"
 
 namespace kt::tools {
 namespace {
@@ -65,17 +68,21 @@ int look_up(Message& message) {
   return unfit != nullptr ? refuse(message, unfit) : kDone;
 }
 
-int add(const Message& message, const char* const (&texts)[MessageFormat::kMost]) {
-  // What a format does not ask for is passed over.
-  return AddLog(message.category, message.level, message.number, texts[0], texts[1], texts[2],
-                texts[3], texts[4], texts[5], texts[6], texts[7]);
+// What a format does not ask for is passed over. It was looked at: the compiler cannot.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+template <typename T>
+int add(const Message& message, bool dry_run, const T (&a)[MessageFormat::kMost]) {
+  static_assert(MessageFormat::kMost == 8);
+  if (!dry_run) {
+    return AddLog(message.category, message.level, message.number, a[0], a[1], a[2], a[3], a[4],
+                  a[5], a[6], a[7]);
+  }
+  StringBuffer<kLongestEntry> text;
+  text.append_format(message.text, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7]);
+  return would("add to %s: %s", paths::kEventLog, text.c_str());
 }
-
-int add(const Message& message, const int (&numbers)[MessageFormat::kMost]) {
-  return AddLog(message.category, message.level, message.number, numbers[0], numbers[1], numbers[2],
-                numbers[3], numbers[4], numbers[5], numbers[6], numbers[7]);
-}
-static_assert(MessageFormat::kMost == 8);
+#pragma GCC diagnostic pop
 
 std::optional<int> parse_argument(const char* text, char kind) {
   const auto number = parse_number<long long>(text);
@@ -122,6 +129,13 @@ int read_log_settings(SysLogData& data) {
   return SysLogReadData(&data) == 0 ? kDone : fail_errno(paths::kSettings);
 }
 
+int wait_for_log(const Request& request) {
+  constexpr mode_t kMode = 0644;
+  if (!request.has(Option::kLockTimeout) || ::access(paths::kEventLog, F_OK) != 0) return kDone;
+  FlockFile log;
+  return take_lock(log, paths::kEventLog, kMode);
+}
+
 int add_message(const Request& request) {
   Message message;
   Arguments arguments;
@@ -132,12 +146,15 @@ int add_message(const Request& request) {
   if (code == kDone) code = read_log_settings(settings);
   if (code != kDone) return code;
   if (message.level > settings.log_level && settings.log_level <= kMostLevel) {
+    if (request.dry_run()) (void)would_change_nothing();
     return fail(kDone, "%s: log_level is %d: nothing of level %d is added", paths::kSettings,
                 settings.log_level, message.level);
   }
+  code = wait_for_log(request);
+  if (code != kDone) return code;
   const Uninterrupted uninterrupted;
-  const int result =
-      message.format.of_texts() ? add(message, arguments.texts) : add(message, arguments.numbers);
+  const int result = message.format.of_texts() ? add(message, request.dry_run(), arguments.texts)
+                                               : add(message, request.dry_run(), arguments.numbers);
   if (result == 0) return kDone;
   return fail(kSystemError, "%s: not added: the log could not be written", paths::kEventLog);
 }

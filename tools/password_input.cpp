@@ -11,6 +11,7 @@
 
 #include "base/io.h"
 #include "base/string_buffer.h"
+#include "base/text.h"
 #include "base/unique_fd.h"
 #include "tools/ktctl.h"
 
@@ -103,18 +104,23 @@ int check_password(const Line& line, Password& password) {
   if (line.truncated()) {
     return fail(kRefused, "the password: more than %d characters", KT_USER_PASSWORD_SIZE - 1);
   }
-  StringBuffer<KT_USER_PASSWORD_SIZE + 1> entry;
-  entry.append("x,");
-  entry.append(line.view());
-  char name[KT_USER_NAME_SIZE];
-  if (check_user_data(entry.c_str(), name, password.text) == 0 &&
-      strlen(password.text) == line.size()) {
-    return kDone;
+  if (!is_account_text(line.view())) {
+    return fail(kRefused, "the password: only printable ASCII characters but , and ; are allowed");
   }
-  return fail(kRefused, "the password: only printable ASCII characters but , and ; are allowed");
+  copy_cut(password.text, sizeof password.text, line.view());
+  return kDone;
 }
 
 }  // namespace
+
+bool is_account_text(std::string_view text) {
+  StringBuffer<KT_USER_PASSWORD_SIZE + 1> entry;
+  entry.append("x,");
+  entry.append(text);
+  char name[KT_USER_NAME_SIZE];
+  char password[KT_USER_PASSWORD_SIZE];
+  return check_user_data(entry.c_str(), name, password) == 0 && strlen(password) == text.size();
+}
 
 int read_password(Password& password) {
   const bool asks = ::isatty(STDIN_FILENO) == 1;

@@ -5,11 +5,16 @@
 
 #include <ktcomm/settings.h>
 
+#include <string_view>
+
 namespace kt::tools {
 
 struct Password {
   char text[KT_USER_PASSWORD_SIZE];
 };
+
+// Whether an account may have such a name or password, as far as its characters go.
+[[nodiscard]] bool is_account_text(std::string_view text);
 
 // Reads a password, one line; from a terminal without showing it, and twice. Returns
 // kDone, or the exit code after it has said what is wrong.

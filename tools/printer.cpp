@@ -6,17 +6,47 @@
 namespace kt::tools {
 namespace {
 
+struct Character {
+  unsigned code;
+  size_t length;  // in bytes
+};
+
+// The first character of `text` in UTF-8; a byte that begins none is one of Latin-1.
+Character first_character(std::string_view text) {
+  constexpr unsigned kLowest[] = {0, 0, 0x80, 0x800, 0x10000};  // that need as many bytes
+  const unsigned first = static_cast<unsigned char>(text[0]);
+  const size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : first >= 0xC0 ? 2 : 1;
+  if (length == 1 || length > text.size()) return {first, 1};
+  unsigned code = first & (0xFFu >> (length + 1));
+  for (size_t i = 1; i < length; ++i) {
+    const unsigned next = static_cast<unsigned char>(text[i]);
+    if ((next & 0xC0) != 0x80) return {first, 1};
+    code = code << 6 | (next & 0x3F);
+  }
+  const bool is_surrogate = code >= 0xD800 && code <= 0xDFFF;
+  if (code < kLowest[length] || code > 0x10FFFF || is_surrogate || first > 0xF7) return {first, 1};
+  return {code, length};
+}
+
+void print_json_character(unsigned code) {
+  if (code == '"' || code == '\\') {
+    (void)printf("\\%c", static_cast<int>(code));
+  } else if (code >= ' ' && code <= '~') {
+    (void)putchar(static_cast<int>(code));
+  } else if (code <= 0xFFFF) {
+    (void)printf("\\u%04x", code);
+  } else {
+    const unsigned rest = code - 0x10000;
+    (void)printf("\\u%04x\\u%04x", 0xD800 | rest >> 10, 0xDC00 | (rest & 0x3FF));
+  }
+}
+
 void print_json_text(std::string_view text) {
   (void)putchar('"');
-  for (const char c : text) {
-    const unsigned code = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\') {
-      (void)printf("\\%c", c);
-    } else if (code < ' ' || code > '~') {
-      (void)printf("\\u%04x", code);
-    } else {
-      (void)putchar(c);
-    }
+  while (!text.empty()) {
+    const Character character = first_character(text);
+    print_json_character(character.code);
+    text.remove_prefix(character.length);
   }
   (void)putchar('"');
 }
@@ -56,6 +86,8 @@ Printer::~Printer() {
 // A shell variable: the names of all that is open and the value's own. What stands
 // in a list is named by its number.
 void Printer::print_variable(const char* name) const {
+  const char* const first = depth_ > 0 ? levels_[1].name : name;
+  if (isdigit(static_cast<unsigned char>(*first)) != 0) (void)putchar('_');  // no name otherwise
   for (int i = 1; i <= depth_; ++i) {
     if (levels_[i - 1].list) {
       (void)printf("%d_", levels_[i - 1].count);

@@ -12,7 +12,7 @@ namespace kt::tools {
 //   plain    NAME=VALUE, one a line
 //   --shell  NAME='VALUE', for `eval`; within objects and lists, which are counted
 //            from 1, OUTER_1_NAME='VALUE', and with OUTER='2' how many there are
-//   --json   one document; bytes above 126 are taken for Latin-1
+//   --json   one document; bytes that are no UTF-8 are taken for Latin-1
 // What has a better form for people prints it itself where it is plain().
 class Printer {
  public:

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "tools/ktctl.h"
+#include "tools/plain_text.h"
 
 namespace kt::tools {
 
@@ -18,12 +19,14 @@ int fail(ExitCode code, const char* format, ...) {
 }
 
 int would(const char* format, ...) {
+  char message[2048];
   va_list arguments;
   va_start(arguments, format);
-  (void)printf("would ");
-  (void)vprintf(format, arguments);
-  (void)printf("\n");
+  (void)vsnprintf(message, sizeof message, format, arguments);
   va_end(arguments);
+  (void)printf("would ");
+  for (const char* c = message; *c != '\0'; ++c) (void)putchar(is_control(*c) ? '?' : *c);
+  (void)printf("\n");
   return kDone;
 }
 

@@ -9,6 +9,7 @@
 #include "tools/event_form.h"
 #include "tools/event_lookup.h"
 #include "tools/ktctl.h"
+#include "tools/printer.h"
 #include "tools/schedule_item.h"
 #include "tools/settings_input.h"
 #include "tools/settings_lock.h"
@@ -95,19 +96,40 @@ Answer ask_now(Target& target) {
 
 using Sentence = StringBuffer<80>;
 
+// "Mon 17:00"
+Sentence moment(int minute_of_week) {
+  Sentence text;
+  text.append_format("%s %02d:%02d", day_name(minute_of_week / kDayMinutes),
+                     minute_of_week % kDayMinutes / 60, minute_of_week % 60);
+  return text;
+}
+
+// When the answer will change; nothing when it will not.
+std::optional<int> change_of(const Target& target, const Answer& answer) {
+  if (target.off != nullptr) return std::nullopt;
+  return target.plan.next(answer.minute, answer.active != 1);
+}
+
 // "active until Mon 17:00"
 Sentence state(const Target& target, const Answer& answer) {
   Sentence text;
   const bool active = answer.active == 1;
   if (target.off != nullptr) {
     text.append_format("inactive: %s", target.off);
-  } else if (const auto change = target.plan.next(answer.minute, !active)) {
-    text.append_format("%s until %s %02d:%02d", active ? "active" : "inactive",
-                       day_name(*change / kDayMinutes), *change % kDayMinutes / 60, *change % 60);
+  } else if (const auto change = change_of(target, answer)) {
+    text.append_format("%s until %s", active ? "active" : "inactive", moment(*change).c_str());
   } else {
     text.append(active ? "always active" : "never active");
   }
   return text;
+}
+
+void print_state(Printer& printer, const Target& target, const Answer& answer) {
+  printer.flag("active", answer.active == 1);
+  printer.text("now", moment(answer.minute).view());
+  const auto change = change_of(target, answer);
+  printer.text("until", change ? moment(*change).view() : "");
+  printer.text("off", target.off != nullptr ? target.off : "");
 }
 
 int cannot_tell() {
@@ -124,14 +146,16 @@ void print_title(const Target& target) {
   }
 }
 
-// The item, what it is taken for, and what is wrong with it.
-void print_item(int number, const char* item, const SchSlot& slot, const char* reason) {
-  (void)printf("%2d   %-13s  %s%s%s\n", number, item, item_meaning(slot).c_str(),
-               reason ? "; not valid: " : "", reason ? reason : "");
-}
+struct Item {
+  int number;
+  const char* text;
+  const SchSlot& slot;  // what it is taken for
+  const char* reason;   // why it is not valid, or null
+};
 
-void print_plain_items(const EvtSchRecord& list) {
-  if (list.mode == 0) (void)printf("switched off, so always active\n");
+// Calls `use` for each item; returns whether there were any.
+template <typename F>
+bool for_each_item(const EvtSchRecord& list, F use) {
   int number = 0;
   bool any = false;
   for (const auto& item : list.items) {
@@ -140,29 +164,95 @@ void print_plain_items(const EvtSchRecord& list) {
     any = true;
     SchSlot slot;
     const char* const reason = read_item(item, slot);
-    print_item(number, item, read_plain_item(item), reason);
+    use(Item{number, item, read_plain_item(item), reason});
   }
-  if (!any && list.mode != 0) (void)printf("no items, so always active\n");
+  return any;
 }
 
-void print_slots(const EventEntry& event) {
-  if (!has_schedule(event)) (void)printf("no schedule, so always active\n");
+template <typename F>
+bool for_each_item(const EventEntry& event, F use) {
   int number = 0;
   for (const SchSlot& slot : event.schedule.slots) {
     if (slot.day_mask == 0 || !has_schedule(event)) continue;
-    print_item(++number, item_text(slot).c_str(), slot, nullptr);
+    use(Item{++number, item_text(slot).c_str(), slot, nullptr});
   }
+  return number != 0;
+}
+
+template <typename F>
+bool for_each_item(const Target& target, F use) {
+  return target.number != 0 ? for_each_item(target.event, use) : for_each_item(target.list, use);
+}
+
+void print_items(const Target& target) {
+  const bool is_list = target.number == 0;
+  const bool is_off = is_list && target.list.mode == 0;
+  if (is_off) (void)printf("switched off, so always active\n");
+  const bool any = for_each_item(target, [](const Item& item) {
+    (void)printf("%2d   %-13s  %s%s%s\n", item.number, item.text, item_meaning(item.slot).c_str(),
+                 item.reason ? "; not valid: " : "", item.reason ? item.reason : "");
+  });
+  if (any || is_off) return;
+  (void)printf("no %s, so always active\n", is_list ? "items" : "schedule");
+}
+
+void week_for_people(const Target& target, const Answer& answer) {
+  print_title(target);
+  draw_week(target.plan, answer.minute);
+  (void)printf("\n");
+  print_items(target);
+  (void)printf("\nnow, %s: %s\n", moment(answer.minute).c_str(), state(target, answer).c_str());
+}
+
+void print_verdict(Printer& printer, const char* item, const char* reason) {
+  printer.text("item", item);
+  printer.flag("valid", reason == nullptr);
+  printer.text("reason", reason != nullptr ? reason : "");
+}
+
+// The items, and the times of the week in which they make it active.
+void week_for_programs(Printer& printer, const Target& target) {
+  printer.begin_list("items");
+  (void)for_each_item(target, [&](const Item& item) {
+    printer.begin_object(nullptr);
+    printer.number("number", item.number);
+    print_verdict(printer, item.text, item.reason);
+    printer.text("meaning", item_meaning(item.slot).view());
+    printer.end_object();
+  });
+  printer.end_list();
+  const WeekPlan& plan = target.plan;
+  printer.begin_list("week");
+  for (int minute = 0; minute < kWeekMinutes; ++minute) {
+    if (!plan.is_active(minute)) continue;
+    const int first = minute;
+    while (minute + 1 < kWeekMinutes && plan.is_active(minute + 1)) ++minute;
+    printer.begin_object(nullptr);
+    printer.text("from", moment(first).view());
+    printer.text("until", moment((minute + 1) % kWeekMinutes).view());
+    printer.end_object();
+  }
+  printer.end_list();
 }
 
 }  // namespace
 
 int check_schedule_items(const Request& request) {
   int worst = kDone;
+  Printer printer(request);
+  if (!printer.plain()) printer.begin_list("items");
   for (int i = 0; i < request.count; ++i) {
     SchSlot slot;
-    const char* const reason = read_item(request.arguments[i], slot);
-    (void)printf("%s: %s\n", request.arguments[i], reason ? reason : "valid");
+    const char* const item = request.arguments[i];
+    const char* const reason = read_item(item, slot);
     if (reason) worst = kRefused;
+    if (printer.plain()) {
+      (void)printf("%s: %s\n", item, reason ? reason : "valid");
+    } else {
+      printer.begin_object(nullptr);
+      print_verdict(printer, item, reason);
+      printer.end_object();
+    }
   }
   return worst;
 }
@@ -173,7 +263,12 @@ int schedule_now(const Request& request) {
   if (unread != kDone) return unread;
   const Answer answer = ask_now(target);
   if (answer.active < 0) return cannot_tell();
-  (void)printf("%s\n", state(target, answer).c_str());
+  Printer printer(request);
+  if (printer.plain()) {
+    (void)printf("%s\n", state(target, answer).c_str());
+  } else {
+    print_state(printer, target, answer);
+  }
   return answer.active == 1 ? kDone : kNotFound;
 }
 
@@ -183,16 +278,13 @@ int schedule_week(const Request& request) {
   if (unread != kDone) return unread;
   const Answer answer = ask_now(target);
   if (answer.active < 0) return cannot_tell();
-  print_title(target);
-  draw_week(target.plan, answer.minute);
-  (void)printf("\n");
-  if (target.number != 0) {
-    print_slots(target.event);
-  } else {
-    print_plain_items(target.list);
+  Printer printer(request);
+  if (printer.plain()) {
+    week_for_people(target, answer);
+    return kDone;
   }
-  (void)printf("\nnow, %s %02d:%02d: %s\n", day_name(answer.minute / kDayMinutes),
-               answer.minute % kDayMinutes / 60, answer.minute % 60, state(target, answer).c_str());
+  print_state(printer, target, answer);
+  week_for_programs(printer, target);
   return kDone;
 }
 

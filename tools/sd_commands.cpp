@@ -2,7 +2,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <ktcomm/sdcard.h>
-#include <ktcomm/util_process.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/file.h>
@@ -13,7 +12,10 @@
 #include "base/unique_fd.h"
 #include "tools/card_holders.h"
 #include "tools/ktctl.h"
+#include "tools/lock_timeout.h"
+#include "tools/printer.h"
 #include "tools/settings_lock.h"
+#include "tools/would_set.h"
 
 namespace kt::tools {
 namespace {
@@ -47,21 +49,29 @@ StringBuffer<31> size_text(unsigned long long bytes) {
   return text;
 }
 
-const char* describe_state(int state) {
-  switch (state) {
-    case KT_SD_NO_CARD:
-      return "no card";
-    case KT_SD_FORMATTING:
-      return "being formatted";
-    case KT_SD_NOT_MOUNTED:
-      return "not mounted";
-    case KT_SD_READ_ONLY:
-      return "mounted, read-only";
-    case KT_SD_READY:
-      return "mounted, ready to be written";
-    default:
-      return "unknown";
+struct StateText {
+  int state;
+  const char* word;  // for programs
+  const char* text;
+};
+
+constexpr StateText kStates[] = {
+    {KT_SD_NO_CARD, "no_card", "no card"},
+    {KT_SD_FORMATTING, "formatting", "being formatted"},
+    {KT_SD_NOT_MOUNTED, "not_mounted", "not mounted"},
+    {KT_SD_READ_ONLY, "read_only", "mounted, read-only"},
+    {KT_SD_READY, "ready", "mounted, ready to be written"},
+};
+
+StateText describe_state(int state) {
+  for (const StateText& known : kStates) {
+    if (known.state == state) return known;
   }
+  return {state, "unknown", "unknown"};
+}
+
+bool is_mounted(const SdCardStatus& status) {
+  return status.state == KT_SD_READ_ONLY || status.state == KT_SD_READY;
 }
 
 void print_use(const SdCardStatus& status) {
@@ -101,18 +111,27 @@ bool is_operated_on() {
   return false;
 }
 
-void print_operation() {
+struct Operation {
+  const char* what = "none";
+  const char* left_behind = "";  // the mark of one that was killed
+};
+
+Operation find_operation() {
   const bool formats = is_there(paths::kCardFormatLock);
   const char* const mark = formats                               ? paths::kCardFormatLock
                            : is_there(paths::kCardOperationLock) ? paths::kCardOperationLock
                                                                  : nullptr;
-  const bool active = is_operated_on();
-  if (mark != nullptr && !active) {
-    (void)printf("operation   none, but one that was killed has left %s\n", mark);
-    return;
+  if (!is_operated_on()) return {"none", mark != nullptr ? mark : ""};
+  return {formats ? "formats" : mark != nullptr ? "unmounts" : "begins or ends"};
+}
+
+void print_operation() {
+  const Operation operation = find_operation();
+  if (operation.left_behind[0] != '\0') {
+    (void)printf("operation   none, but one that was killed has left %s\n", operation.left_behind);
+  } else {
+    (void)printf("operation   %s\n", operation.what);
   }
-  const char* const what = formats ? "formats" : mark != nullptr ? "unmounts" : "begins or ends";
-  (void)printf("operation   %s\n", active ? what : "none");
 }
 
 void print_holders() {
@@ -125,32 +144,66 @@ void print_holders() {
   }
 }
 
-// ---- Operations -----------------------------------------------------------
-
-// One caller's turn among all that operate on the card.
-class CardTurn {
- public:
-  CardTurn() : fd_(kt_task_queue_in(paths::kCardQueue)) {
-    if (fd_ < 0) (void)fail(kSystemError, "%s: %s", paths::kCardQueue, strerror(errno));
-  }
-  CardTurn(const CardTurn&) = delete;
-  CardTurn& operator=(const CardTurn&) = delete;
-  ~CardTurn() { (void)kt_task_queue_out(fd_); }
-
-  [[nodiscard]] bool has_come() const { return fd_ >= 0; }
-
- private:
-  int fd_;  // never 0: main has seen to that
-};
-
-// Before signals are kept waiting, so that a person can give up.
-[[nodiscard]] bool wait_for_turn() {
-  const CardTurn turn;
-  return turn.has_come();
+void print_for_people(const SdCardStatus& status) {
+  (void)printf("state       %s\n", describe_state(status.state).text);
+  if (status.state == KT_SD_NO_CARD) return;
+  if (is_mounted(status)) print_use(status);
+  print_card_size();
+  print_directory();
+  (void)printf("recorder    %s\n",
+               is_there(paths::kCardRecordingLock) ? "records" : "does not record");
+  print_operation();
+  print_holders();
 }
 
-int operate(int operation, const char* what) {
-  if (!wait_for_turn()) return kSystemError;
+void print_holder(const Holder& holder, void* context) {
+  auto& printer = *static_cast<Printer*>(context);
+  printer.begin_object(nullptr);
+  printer.number("pid", holder.pid);
+  printer.text("command", holder.command);
+  printer.text("path", holder.path);
+  printer.end_object();
+}
+
+void print_for_programs(const SdCardStatus& status, Printer& printer) {
+  printer.text("state", describe_state(status.state).word);
+  if (status.state == KT_SD_NO_CARD) return;
+  if (is_mounted(status)) {
+    printer.number("total_bytes", static_cast<long long>(status.total_bytes));
+    printer.number("used_bytes", static_cast<long long>(status.used_bytes));
+    printer.number("free_bytes", static_cast<long long>(status.free_bytes));
+    printer.number("used_percent", status.used_percent);
+  }
+  printer.number("card_bytes", static_cast<long long>(mmcsd_get_real_total_size()));
+  char directory[KT_SD_REC_DIR_SIZE] = "";
+  (void)mmcsd_get_rec_dir(directory);  // stays empty where the MAC address cannot be read
+  printer.text("recordings", directory);
+  printer.flag("recordings_there", is_there(directory));
+  printer.flag("recorder", is_there(paths::kCardRecordingLock));
+  const Operation operation = find_operation();
+  printer.text("operation", operation.what);
+  printer.text("left_behind", operation.left_behind);
+  printer.begin_list("held_by");
+  const Holders holders = find_card_holders(print_holder, &printer);
+  printer.end_list();
+  printer.number("not_looked_into", holders.unknown);
+}
+
+// ---- Operations -----------------------------------------------------------
+
+// Waits for the turn among all that operate on the card.
+[[nodiscard]] int wait_for_turn(FlockFile& turn) {
+  constexpr mode_t kMode = 0700;
+  return take_lock(turn, paths::kCardQueue, kMode);
+}
+
+int operate(const Request& request, int operation, const char* plan, const char* what) {
+  {
+    // Before signals are kept waiting, so that a person can give up.
+    FlockFile turn;
+    if (const int code = wait_for_turn(turn); code != kDone) return code;
+  }
+  if (request.dry_run()) return would("pause the recorder and %s %s", plan, paths::kCard);
   const Uninterrupted uninterrupted;
   if (mmcsd_todo(operation) == 0) return kDone;
   (void)fail(kSystemError, "%s: %s", paths::kCard, what);
@@ -160,27 +213,28 @@ int operate(int operation, const char* what) {
 
 }  // namespace
 
-int show_card(const Request&) {
+int show_card(const Request& request) {
   SdCardStatus status;
   (void)mmcsd_get_sd_info(&status);  // fails for a null record only
-  (void)printf("state       %s\n", describe_state(status.state));
-  if (status.state == KT_SD_NO_CARD) return kNotFound;
-  if (status.state == KT_SD_READ_ONLY || status.state == KT_SD_READY) print_use(status);
-  print_card_size();
-  print_directory();
-  (void)printf("recorder    %s\n",
-               is_there(paths::kCardRecordingLock) ? "records" : "does not record");
-  print_operation();
-  print_holders();
-  return kDone;
+  Printer printer(request);
+  if (printer.plain()) {
+    print_for_people(status);
+  } else {
+    print_for_programs(status, printer);
+  }
+  return status.state == KT_SD_NO_CARD ? kNotFound : kDone;
 }
 
-int mount_card(const Request&) {
+int mount_card(const Request& request) {
   if (!is_there(paths::kCard)) return no_card();
   {
-    const CardTurn turn;
-    if (!turn.has_come()) return kSystemError;
-    if (sd_is_mounted() != 0) return kDone;
+    FlockFile turn;
+    if (const int code = wait_for_turn(turn); code != kDone) return code;
+    if (sd_is_mounted() != 0) return request.dry_run() ? would_change_nothing() : kDone;
+    if (request.dry_run()) {
+      return would("mount %s and let the recorder record",
+                   is_there(paths::kCardPartition) ? paths::kCardPartition : paths::kCard);
+    }
     if (mmcsd_sd_u_mount(KT_SD_MOUNT) != 0) {
       return fail(kSystemError, "%s: not mounted: %s", paths::kCard, strerror(errno));
     }
@@ -189,9 +243,10 @@ int mount_card(const Request&) {
   return kDone;
 }
 
-int unmount_card(const Request&) {
-  if (sd_is_mounted() == 0) return is_there(paths::kCard) ? kDone : no_card();
-  return operate(KT_SD_TODO_UNMOUNT, "not unmounted");
+int unmount_card(const Request& request) {
+  if (sd_is_mounted() != 0) return operate(request, KT_SD_TODO_UNMOUNT, "unmount", "not unmounted");
+  if (!is_there(paths::kCard)) return no_card();
+  return request.dry_run() ? would_change_nothing() : kDone;
 }
 
 int format_card(const Request& request) {
@@ -199,7 +254,7 @@ int format_card(const Request& request) {
     return fail(kUsage, "sd format erases all that is on the card: confirm it with --yes");
   }
   if (!is_there(paths::kCard)) return no_card();
-  return operate(KT_SD_TODO_FORMAT, "not formatted, or not mounted again");
+  return operate(request, KT_SD_TODO_FORMAT, "format", "not formatted, or not mounted again");
 }
 
 }  // namespace kt::tools

@@ -17,6 +17,7 @@
 #include "tools/settings_input.h"
 #include "tools/settings_lock.h"
 #include "tools/settings_write.h"
+#include "tools/would_set.h"
 
 namespace kt::tools {
 namespace {
@@ -41,7 +42,7 @@ constexpr Field item_field(const char* name, size_t item) {
 }
 
 constexpr Field kFields[] = {
-    number_field("rec_enable", offsetof(Form, rec_enable), 0, 1),
+    flag_field("rec_enable", offsetof(Form, rec_enable)),
     number_field("stream_id", offsetof(Form, stream_id), 0, INT_MAX),
     number_field("disk_ctrl", offsetof(Form, disk_ctrl), 0, INT_MAX),
     number_field("file_ctrl", offsetof(Form, file_ctrl), 0, INT_MAX),
@@ -127,7 +128,10 @@ void pack_schedule(Form& form) {
     memset(form.schedule[used], 0, sizeof form.schedule[used]);
 }
 
-int store(const Form& form) {
+int store(const Request& request, const Form& before, const Form& form) {
+  if (const int code = wait_until_unlocked(); code != kDone) return code;
+  if (request.dry_run()) return would_set("[SDCARD]", kFields, &before, &form);
+  if (are_equal(kFields, &before, &form)) return kDone;
   SdRecordConfig config = {};
   config.rec_enable = form.rec_enable;
   config.stream_id = form.stream_id;
@@ -136,7 +140,6 @@ int store(const Form& form) {
   config.duration = form.duration_s;
   config.file_size = parse_number<unsigned long long>(form.file_size_bytes).value_or(0);
   memcpy(config.schedule, form.schedule, sizeof config.schedule);
-  if (const int code = wait_until_unlocked(); code != kDone) return code;
   const Uninterrupted uninterrupted;
   Form stored;
   // A write does not tell whether its copy command found room on the disk.
@@ -147,6 +150,22 @@ int store(const Form& form) {
   return kDone;
 }
 
+void print_form(const Request& request, const Form& form) {
+  constexpr size_t kNumbers = 5;
+  Printer printer(request);
+  if (printer.plain()) {
+    print_fields(printer, kFields, &form);
+    return;
+  }
+  print_fields(printer, {kFields, kNumbers}, &form);
+  printer.number("file_size_bytes", parse_number<long long>(form.file_size_bytes).value_or(0));
+  printer.begin_list("schedule");
+  for (const auto& item : form.schedule) {
+    if (item[0] != '\0') printer.text(nullptr, item);
+  }
+  printer.end_list();
+}
+
 }  // namespace
 
 int card_settings(const Request& request) {
@@ -154,7 +173,7 @@ int card_settings(const Request& request) {
   const int unread = read_form(form);
   if (unread != kDone) return unread;
   if (request.count == 0) {
-    print_fields(kFields, &form);
+    print_form(request, form);
     return kDone;
   }
   const Form before = form;
@@ -162,7 +181,7 @@ int card_settings(const Request& request) {
   if (code == kDone) code = check_changes(before, form);
   if (code != kDone) return code;
   pack_schedule(form);
-  return store(form);
+  return store(request, before, form);
 }
 
 }  // namespace kt::tools

@@ -5,10 +5,10 @@
 
 #include <optional>
 
-#include "base/line_reader.h"
 #include "base/unique_file.h"
-#include "base/unique_malloc.h"
 #include "tools/ktctl.h"
+#include "tools/printer.h"
+#include "tools/settings_changes.h"
 #include "tools/settings_input.h"
 #include "tools/settings_lock.h"
 #include "tools/settings_write.h"
@@ -30,13 +30,19 @@ struct Edit {
   SettingsLock lock;
 };
 
-// Begins to edit a section: asks for a name and a path that will do, the lock,
-// the file and the section in it. Returns kDone or what is to be the exit code.
-int begin_edit(const char* path, const Section& section, Edit& edit) {
+// Begins to edit a section, for --dry-run without keeping others off: asks for a name
+// and a path that will do, the lock, the file and the section in it. Returns kDone or
+// what is to be the exit code.
+int begin_edit(const Request& request, const Section& section, Edit& edit) {
+  const char* const path = request.file;
   if (!check_section(path, section) || !check_path(path)) return kRefused;
-  if (const int code = wait_until_unlocked(); code != kDone) return code;
-  edit.uninterrupted.emplace();
-  if (const int code = edit.lock.wait(); code != kDone) return code;
+  if (request.dry_run()) {
+    edit.lock.try_for_a_moment();
+  } else {
+    if (const int code = wait_until_unlocked(); code != kDone) return code;
+    edit.uninterrupted.emplace();
+    if (const int code = edit.lock.wait(); code != kDone) return code;
+  }
   unique_file file;
   const int unfit = open_settings(path, file);
   if (unfit != kDone) return unfit;
@@ -48,33 +54,37 @@ int begin_edit(const char* path, const Section& section, Edit& edit) {
   return ::stat(path, &status) == 0 ? status.st_size : -1;
 }
 
-// Copies the lines up to the next section, or all with `whole`; false when some
-// could not be read or kept.
-[[nodiscard]] bool copy_lines(FILE* file, bool whole, FILE* out) {
-  char line[512];
-  while (const size_t length = read_line(file, line, sizeof line)) {
-    if (!whole && line[0] == '[') break;
-    if (fwrite(line, 1, length, out) != length) return false;
+void print_section(Printer& printer, const Settings& settings, std::string_view section) {
+  StringBuffer<kLongestLine> name;
+  name.append(section);
+  printer.begin_object(name.c_str());
+  for (const Setting& setting : settings.all()) {
+    if (setting.section != section) continue;
+    StringBuffer<kLongestLine> key;
+    key.append(setting.key);
+    printer.text(key.c_str(), setting.value);
   }
-  return ferror(file) == 0;
+  printer.end_object();
 }
 
-// What `show` prints, collected in memory: whoever reads our output may take
-// his time, and the lock must not be held as long.
-int collect_lines(const Request& request, FILE* out) {
-  SettingsLock lock;
-  lock.try_for_a_moment();
-  unique_file file;
-  const int unfit = open_settings(request.file, file);
-  if (unfit != kDone) return unfit;
-  const bool whole = request.count == 0;
-  if (!whole) {
-    const Section section(request.arguments[0]);
-    if (section.over_long() || PRO_2sect(section.text(), file.get()) != 0) {
-      return section_not_found(request.file, section);
-    }
+// For programs: each section that a reader can find is an object, or the `wanted` one
+// alone.
+int print_settings(const Request& request, std::string_view text, const Section* wanted) {
+  Settings settings;
+  if (!settings.read(text)) return fail(kSystemError, "out of memory");
+  Printer printer(request);
+  if (wanted != nullptr) {
+    print_section(printer, settings, wanted->text());
+    return kDone;
   }
-  return copy_lines(file.get(), whole, out) ? kDone : fail_errno(request.file);
+  const auto all = settings.all();
+  if (!all.empty() && all.front().section.empty()) print_section(printer, settings, "");
+  for (PieceReader pieces(text); pieces.next();) {
+    const Piece& piece = pieces.piece();
+    if (piece.is_header() && is_found(text, piece))
+      print_section(printer, settings, piece.section());
+  }
+  return kDone;
 }
 
 }  // namespace
@@ -93,20 +103,38 @@ int get_value(const Request& request) {
       return fail(kNotFound, "%s: [%s] %s: not found", request.file, section.text(), key);
     }
   }
-  (void)puts(value.text);
+  if (request.has(Option::kJson)) {
+    Printer printer(request);
+    printer.text("section", section.text());
+    printer.text("key", key);
+    printer.text("value", value.text);
+    return kDone;
+  }
+  if (request.has(Option::kShell)) {
+    print_quoted(value.text);
+    (void)putchar('\n');
+  } else {
+    (void)puts(value.text);
+  }
   return kDone;
 }
 
 int set_value(const Request& request) {
-  const Section section(request.arguments[0]);
-  return store_value(request.file, section, request.arguments[1], request.arguments[2]);
+  const Change change = {Section(request.arguments[0]), request.arguments[1], request.arguments[2]};
+  if (!request.dry_run()) {
+    return store_value(request.file, change.section, change.key, change.value);
+  }
+  if (!check_assignment(request.file, change.section, change.key, change.value)) return kRefused;
+  const int unfit = check_target(request.file);
+  return unfit == kDone ? tell_changes(request.file, {&change, 1}) : unfit;
 }
 
 int unset_section(const Request& request) {
   const Section section(request.arguments[0]);
   Edit edit;
-  const int refused = begin_edit(request.file, section, edit);
+  const int refused = begin_edit(request, section, edit);
   if (refused != kDone) return refused;
+  if (request.dry_run()) return would("remove [%s] from %s", section.text(), request.file);
   // A second section of the same name would come to light otherwise.
   while (has_section(request.file, section)) {
     const long long before = file_size(request.file);
@@ -122,11 +150,14 @@ int rename_section(const Request& request) {
   const Section new_section(request.arguments[1]);
   if (!check_section(request.file, new_section)) return kRefused;
   Edit edit;
-  const int refused = begin_edit(request.file, old_section, edit);
+  const int refused = begin_edit(request, old_section, edit);
   if (refused != kDone) return refused;
   if (has_section(request.file, new_section)) {
     return fail(kRefused, "%s: [%s]: there is such a section already", request.file,
                 new_section.text());
+  }
+  if (request.dry_run()) {
+    return would("rename [%s] to [%s] in %s", old_section.text(), new_section.text(), request.file);
   }
   if (PRO_RenSect(old_section.text(), new_section.text(), request.file) != 0 ||
       !has_section(request.file, new_section)) {
@@ -135,17 +166,22 @@ int rename_section(const Request& request) {
   return kDone;
 }
 
+// What is printed is read before: whoever reads our output may take his time, and the
+// lock must not be held as long.
 int show_settings(const Request& request) {
-  char* text = nullptr;
-  size_t length = 0;
-  unique_file memory(::open_memstream(&text, &length));
-  if (!memory.ok()) return fail(kSystemError, "out of memory");
-  const int code = collect_lines(request, memory.get());
-  const bool complete = memory.close();
-  const unique_malloc<char> owner(text);
-  if (code != kDone) return code;
-  if (!complete) return fail(kSystemError, "out of memory");
-  (void)fwrite(text, 1, length, stdout);
+  Text text;
+  if (const int code = read_settings(request.file, text); code != kDone) return code;
+  const Section section(request.count != 0 ? request.arguments[0] : "");
+  std::string_view lines = text.view();
+  if (request.count != 0) {
+    const auto found = lines_of_section(text.view(), section.text());
+    if (section.over_long() || !found) return section_not_found(request.file, section);
+    lines = *found;
+  }
+  if (request.for_programs()) {
+    return print_settings(request, text.view(), request.count != 0 ? &section : nullptr);
+  }
+  (void)fwrite(lines.data(), 1, lines.size(), stdout);
   return kDone;
 }
 

@@ -6,18 +6,10 @@
 #include <optional>
 
 #include "tools/ktctl.h"
+#include "tools/settings_lock.h"
 
 namespace kt::tools {
 namespace {
-
-constexpr size_t kLongestLine = 511;  // its line feed included
-constexpr size_t kLongestPath = 1023;
-
-// Whether a save stores the byte. Line ends, which it stores too, are no part of
-// any name or value.
-[[nodiscard]] bool is_printable(char byte) {
-  return byte >= ' ' && byte <= '~';
-}
 
 struct BadByte {
   size_t place;  // from 1
@@ -61,6 +53,15 @@ int open_settings(const char* path, unique_file& file) {
   if (!S_ISREG(status.st_mode)) return fail(kRefused, "%s: no regular file", path);
   file = open_file(path, "re");
   return file.ok() ? kDone : fail_errno(path);
+}
+
+int read_settings(const char* path, Text& text) {
+  SettingsLock lock;
+  lock.try_for_a_moment();
+  unique_file file;
+  const int unfit = open_settings(path, file);
+  if (unfit != kDone) return unfit;
+  return text.read(file.get()) ? kDone : fail_errno(path);
 }
 
 bool check_section(const char* file, const Section& section) {

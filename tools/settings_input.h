@@ -6,8 +6,11 @@
 
 #include "base/string_buffer.h"
 #include "base/unique_file.h"
+#include "tools/settings_text.h"
 
 namespace kt::tools {
+
+inline constexpr size_t kLongestPath = 1023;  // of a file to be written
 
 // A section as the command line gives it, "NET" or "[NET]".
 class Section {
@@ -27,6 +30,9 @@ class Section {
 // Opens a settings file for reading. Returns kDone, or the exit code after it has
 // said why; only regular files will do: others never end, or wait for ever.
 [[nodiscard]] int open_settings(const char* path, unique_file& file);
+
+// Reads one whole, for a moment waiting for whoever is just writing; returns the same.
+[[nodiscard]] int read_settings(const char* path, Text& text);
 
 // Each of these returns false after it has said why on standard error.
 

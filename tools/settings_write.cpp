@@ -2,10 +2,10 @@
 
 #include <ktcomm/config.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include "base/paths.h"
 #include "tools/ktctl.h"
+#include "tools/settings_changes.h"
 #include "tools/settings_lock.h"
 
 namespace kt::tools {
@@ -22,17 +22,14 @@ int not_written(const char* path, const Section& section) {
 }
 
 int store_value(const char* path, const Section& section, const char* key, const char* wanted) {
-  if (!check_assignment(path, section, key, wanted) || !check_path(path)) return kRefused;
-  struct stat status;
-  if (::stat(path, &status) == 0 && !S_ISREG(status.st_mode)) {
-    return fail(kRefused, "%s: no regular file", path);
-  }
+  if (!check_assignment(path, section, key, wanted)) return kRefused;
+  if (const int code = check_target(path); code != kDone) return code;
   if (const int code = wait_until_unlocked(); code != kDone) return code;
   const Uninterrupted uninterrupted;
   if (PRO_SetStr(section.text(), key, wanted, path) != 0) return not_written(path, section);
   // The write does not tell whether its copy command found room on the disk.
   SettingsLock lock;
-  if (const int code = lock.wait(); code != kDone) return code;
+  lock.try_for_a_moment();
   const unique_file file = open_file(path, "re");
   Value value;
   const bool written =

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 
+#include "base/string_buffer.h"
 #include "base/text.h"
 #include "tools/accounts.h"
 #include "tools/ktctl.h"
 #include "tools/password_input.h"
 #include "tools/plain_text.h"
+#include "tools/would_set.h"
 
 namespace kt::tools {
 namespace {
@@ -61,12 +63,16 @@ int place_user(const char* name, const Password& password, Accounts& before, Acc
   return check_distinct(before.all, after.all, "NAME", name) ? kDone : kRefused;
 }
 
+const char* name_in(const Accounts& accounts, int slot) {
+  return accounts.all.users.users[slot].name;
+}
+
 int width_of(const Field& right) {
   return static_cast<int>(std::max(strlen(right.name), strlen("yes")));
 }
 
 void print_user(const Accounts& accounts, int slot, int width) {
-  const char* const name = accounts.all.users.users[slot].name;
+  const char* const name = name_in(accounts, slot);
   (void)printf("%2d  ", slot + 1);
   print_plain(name);
   (void)printf("%*s", width - static_cast<int>(strlen(name)), "");
@@ -78,12 +84,7 @@ void print_user(const Accounts& accounts, int slot, int width) {
   (void)putchar('\n');
 }
 
-}  // namespace
-
-int list_users(const Request&) {
-  Accounts accounts;
-  const int unread = read_accounts(accounts);
-  if (unread != kDone) return unread;
+void list_for_people(const Accounts& accounts) {
   const UserConf& conf = accounts.all.users;
   size_t width = strlen("NAME");
   for (const UserEntry& user : conf.users) width = std::max(width, strlen(user.name));
@@ -95,6 +96,36 @@ int list_users(const Request&) {
   }
   (void)printf("%d of %d users; a login is %s\n", count_users(accounts), limit_of(accounts),
                conf.login_check != 0 ? "required" : "not required");
+}
+
+void list_for_programs(const Accounts& accounts, const Request& request) {
+  Printer printer(request);
+  printer.begin_list("users");
+  for (int slot = 0; slot < KT_USERS; ++slot) {
+    if (name_in(accounts, slot)[0] == '\0') continue;
+    const Rights rights = rights_of(accounts, slot);
+    printer.begin_object(nullptr);
+    printer.number("number", slot + 1);
+    printer.text("name", name_in(accounts, slot));
+    print_fields(printer, right_fields(), &rights);
+    printer.end_object();
+  }
+  printer.end_list();
+  printer.number("max_users", limit_of(accounts));
+  printer.flag("login_required", accounts.all.users.login_check != 0);
+}
+
+}  // namespace
+
+int list_users(const Request& request) {
+  Accounts accounts;
+  const int unread = read_accounts(accounts);
+  if (unread != kDone) return unread;
+  if (request.for_programs()) {
+    list_for_programs(accounts, request);
+  } else {
+    list_for_people(accounts);
+  }
   return kDone;
 }
 
@@ -111,6 +142,7 @@ int add_user(const Request& request) {
   if (code == kDone) code = edit.begin();
   if (code == kDone) code = place_user(name, password, before, after);
   if (code != kDone) return code;
+  if (request.dry_run()) return would("add user %s, number %d", name, slot_of(after, name) + 1);
   write_rights(before, after);  // first: no moment with the rights of another
   write_users(after);
   return check_written(after);
@@ -123,6 +155,9 @@ int remove_user(const Request& request) {
   int code = edit.begin();
   if (code == kDone) code = find_user(request.arguments[0], accounts, slot);
   if (code != kDone) return code;
+  if (request.dry_run()) {
+    return would("remove user %s, number %d", name_in(accounts, slot), slot + 1);
+  }
   const Accounts before = accounts;
   accounts.all.users.users[slot] = {};
   set_rights(accounts, slot, {});
@@ -142,6 +177,7 @@ int set_user_password(const Request& request) {
   if (code == kDone) code = edit.begin();
   if (code == kDone) code = find_user(name, accounts, slot);
   if (code != kDone) return code;
+  if (request.dry_run()) return would("set the password of user %s", name);
   UserEntry& user = accounts.all.users.users[slot];
   copy_cut(user.password, sizeof user.password, password.text);
   write_users(accounts);
@@ -159,11 +195,17 @@ int user_rights(const Request& request) {
   if (code != kDone) return code;
   Rights rights = rights_of(accounts, slot);
   if (assignments.empty()) {
-    print_fields(right_fields(), &rights);
+    print_fields(request, right_fields(), &rights);
     return kDone;
   }
+  const Rights rights_before = rights;
   code = set_fields(right_fields(), assignments, &rights);
   if (code != kDone) return code;
+  if (request.dry_run()) {
+    StringBuffer<63> where;
+    where.append_format("%s's right", name);
+    return would_set(where.c_str(), right_fields(), &rights_before, &rights);
+  }
   const Accounts before = accounts;
   set_rights(accounts, slot, rights);
   write_rights(before, accounts);

@@ -3,7 +3,10 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "base/unique_file.h"
+#include "base/unique_malloc.h"
 #include "tools/ktctl.h"
+#include "tools/printer.h"
 #include "tools/xml_document.h"
 
 namespace kt::tools {
@@ -42,16 +45,37 @@ bool holds_texts_only(mxml_node_t* node) {
   return child == nullptr;
 }
 
-int print_content(mxml_node_t* node) {
+[[nodiscard]] bool write_content(mxml_node_t* node, FILE* out) {
   const bool texts = holds_texts_only(node);
   mxml_node_t* child = mxmlGetFirstChild(node);
   for (; child != nullptr; child = mxmlGetNextSibling(child)) {
     const unique_malloc<char> xml = texts ? nullptr : serialise(child);
     const char* const text = texts ? text_of(child) : xml.get();
-    if (text == nullptr) return fail(kSystemError, "out of memory");
-    (void)fputs(text, stdout);
+    if (text == nullptr) return false;
+    (void)fputs(text, out);
   }
-  (void)putchar('\n');
+  return true;
+}
+
+void print_value(const Request& request, const char* value) {
+  Printer printer(request);
+  if (printer.plain()) {
+    (void)puts(value);
+  } else {
+    printer.text("value", value);
+  }
+}
+
+int print_content(const Request& request, mxml_node_t* node) {
+  char* text = nullptr;
+  size_t length = 0;
+  unique_file memory(::open_memstream(&text, &length));
+  const bool complete =
+      memory.ok() && write_content(node, memory.get()) && memory.close() && text != nullptr;
+  memory.reset();  // which gives `text` its place when something failed before
+  const unique_malloc<char> owner(text);
+  if (!complete) return fail(kSystemError, "out of memory");
+  print_value(request, text);
   return kDone;
 }
 
@@ -80,7 +104,7 @@ int get_xml(const Request& request) {
   Tree tree;
   mxml_node_t* node = nullptr;
   const int code = find_node(request.arguments[0], request.arguments[1], tree, node);
-  return code == kDone ? print_content(node) : code;
+  return code == kDone ? print_content(request, node) : code;
 }
 
 int get_xml_attribute(const Request& request) {
@@ -93,7 +117,7 @@ int get_xml_attribute(const Request& request) {
   if (code != kDone) return code;
   const char* const value = xml_get_attr_value(tree.get(), path, name);
   if (value == nullptr) return fail(kNotFound, "%s: %s: %s: no such attribute", file, path, name);
-  (void)puts(value);
+  print_value(request, value);
   return kDone;
 }
 
@@ -111,7 +135,7 @@ int set_xml(const Request& request) {
   if (request.has(Option::kXml) && !is_markup(text)) return fail(kRefused, "TEXT does not parse");
   switch (write_node(tree.get(), path, text, mode, request.has(Option::kAdd))) {
     case 0:
-      return write_document(file, tree.get(), path);
+      return write_document(file, tree.get(), path, request.dry_run());
     case kBadRequest:
       return bad_path(path);
     case kNoNode:

@@ -7,6 +7,7 @@
 #include "tools/ktctl.h"
 #include "tools/replace_file.h"
 #include "tools/settings_input.h"
+#include "tools/would_set.h"
 
 namespace kt::tools {
 namespace {
@@ -31,6 +32,20 @@ unique_malloc<char> read_text(FILE* stream) {
   unique_malloc<char> owner(text);
   if (length < 1 || text[length - 1] == '\0') return nullptr;
   return owner;
+}
+
+// `text` is the document without its last line feed.
+int would_write(const char* path, const char* text) {
+  if (is_standard(path)) return would("print the document");
+  const unique_file file = open_file(path, "re");
+  if (!file.ok()) return fail_errno(path);
+  const unique_malloc<char> stored = read_text(file.get());
+  const size_t length = strlen(text);
+  if (stored != nullptr && strncmp(stored.get(), text, length) == 0 &&
+      strcmp(stored.get() + length, "\n") == 0) {
+    return would_change_nothing();
+  }
+  return would("replace %s", path);
 }
 
 }  // namespace
@@ -70,7 +85,7 @@ int read_document(const char* path, Tree& tree) {
   return tree != nullptr ? kDone : does_not_parse(path);
 }
 
-int write_document(const char* path, mxml_node_t* tree, const char* node_path) {
+int write_document(const char* path, mxml_node_t* tree, const char* node_path, bool dry_run) {
   const unique_malloc<char> text = serialise(tree);
   if (text == nullptr) return fail(kSystemError, "out of memory");
   const Tree again(load_tree(text.get()));
@@ -81,6 +96,7 @@ int write_document(const char* path, mxml_node_t* tree, const char* node_path) {
                 "not written: it would not be read back: PATH holds names that no element has, "
                 "or TEXT characters that no document has");
   }
+  if (dry_run) return would_write(path, text.get());
   const size_t length = strlen(text.get());
   text.get()[length] = '\n';  // in place of its NUL
   if (!is_standard(path)) return replace_file(path, {text.get(), length + 1});

@@ -23,8 +23,9 @@ using Tree = std::unique_ptr<mxml_node_t, TreeDeleter>;
 [[nodiscard]] int read_document(const char* path, Tree& tree);
 
 // Refuses a tree that would not be read back as it is, with the node `node_path`.
-// The file is replaced at once or not at all.
-[[nodiscard]] int write_document(const char* path, mxml_node_t* tree, const char* node_path);
+// The file is replaced at once or not at all; in a dry run it is only said.
+[[nodiscard]] int write_document(const char* path, mxml_node_t* tree, const char* node_path,
+                                 bool dry_run);
 
 // A node as XML without the line feed that goes behind it, null when memory runs out.
 [[nodiscard]] unique_malloc<char> serialise(mxml_node_t* node);
