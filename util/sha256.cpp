@@ -8,6 +8,7 @@
 
 #include "util/hash_block.h"
 #include "util/hex_text.h"
+#include "util/sha256_schedule.h"
 
 static_assert(offsetof(SHA256Context, Intermediate_Hash) == 0 &&
               offsetof(SHA256Context, Length_Low) == 32 &&
@@ -28,38 +29,17 @@ constexpr uint32_t kInitial224[8] = {0xc1059ed8, 0x367cd507, 0x3070dd17, 0xf70e5
 constexpr uint32_t kInitial256[8] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
                                      0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
 
-// The fractions of the cube roots of the first 64 primes.
-constexpr uint32_t kRoots[64] = {
-    0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
-    0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe, 0x9bdc06a7, 0xc19bf174,
-    0xe49b69c1, 0xefbe4786, 0x0fc19dc6, 0x240ca1cc, 0x2de92c6f, 0x4a7484aa, 0x5cb0a9dc, 0x76f988da,
-    0x983e5152, 0xa831c66d, 0xb00327c8, 0xbf597fc7, 0xc6e00bf3, 0xd5a79147, 0x06ca6351, 0x14292967,
-    0x27b70a85, 0x2e1b2138, 0x4d2c6dfc, 0x53380d13, 0x650a7354, 0x766a0abb, 0x81c2c92e, 0x92722c85,
-    0xa2bfe8a1, 0xa81a664b, 0xc24b8b70, 0xc76c51a3, 0xd192e819, 0xd6990624, 0xf40e3585, 0x106aa070,
-    0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
-    0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
-
-// What rounds work on: the eight words, the last 16 words of the message
-// schedule, and b ^ c of the round, which is a ^ b of the one before.
+// What rounds work on: the eight words, and b ^ c of the round, which is a ^ b
+// of the one before.
 struct Work {
   uint32_t words[8];
-  uint32_t schedule[16];
   uint32_t b_xor_c;
 };
-
-template <size_t I>
-[[gnu::always_inline]] inline void extend_schedule(Work& work) {
-  const uint32_t low = work.schedule[(I + 1) % 16];
-  const uint32_t high = work.schedule[(I + 14) % 16];
-  work.schedule[I] += work.schedule[(I + 9) % 16] +
-                      (std::rotr(low, 7) ^ std::rotr(low, 18) ^ (low >> 3)) +
-                      (std::rotr(high, 17) ^ std::rotr(high, 19) ^ (high >> 10));
-}
 
 // One round, `I` its number modulo 16. The caller's loop is unrolled, so the
 // rotation of the eight words costs nothing: round `I` works on them under other names.
 template <size_t I>
-[[gnu::always_inline]] inline void round(Work& work, const uint32_t* roots) {
+[[gnu::always_inline]] inline void round(Work& work, const Sha256Schedule& schedule) {
   uint32_t(&words)[8] = work.words;
   const uint32_t a = words[(16 - I) % 8];
   const uint32_t b = words[(17 - I) % 8];
@@ -70,7 +50,7 @@ template <size_t I>
   uint32_t& h = words[(23 - I) % 8];
   const uint32_t sum_e = std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25);
   const uint32_t sum_a = std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22);
-  const uint32_t first = h + roots[I] + work.schedule[I] + (sum_e + (g ^ (e & (f ^ g))));
+  const uint32_t first = h + schedule.due<I>() + (sum_e + (g ^ (e & (f ^ g))));
   d += first;
   // The majority of a, b and c.
   const uint32_t a_xor_b = a ^ b;
@@ -78,27 +58,36 @@ template <size_t I>
   work.b_xor_c = a_xor_b;
 }
 
-template <size_t... I>
-[[gnu::always_inline]] inline void first_rounds(Work& work, const unsigned char* data,
-                                                std::index_sequence<I...>) {
-  ((work.schedule[I] = load_word<std::endian::big>(data + 4 * I), round<I>(work, kRoots)), ...);
+template <size_t Four>
+[[gnu::always_inline]] inline void four_rounds(Work& work, const Sha256Schedule& schedule) {
+  round<4 * Four>(work, schedule);
+  round<4 * Four + 1>(work, schedule);
+  round<4 * Four + 2>(work, schedule);
+  round<4 * Four + 3>(work, schedule);
 }
 
-template <size_t... I>
-[[gnu::always_inline]] inline void later_rounds(Work& work, const uint32_t* roots,
-                                                std::index_sequence<I...>) {
-  ((extend_schedule<I>(work), round<I>(work, roots)), ...);
+template <size_t... Fours>
+[[gnu::always_inline]] inline void rounds_with_more_to_come(Work& work, Sha256Schedule& schedule,
+                                                            std::index_sequence<Fours...>) {
+  ((four_rounds<Fours>(work, schedule), schedule.extend<Fours>()), ...);
+}
+
+template <size_t... Fours>
+[[gnu::always_inline]] inline void last_rounds(Work& work, const Sha256Schedule& schedule,
+                                               std::index_sequence<Fours...>) {
+  (four_rounds<Fours>(work, schedule), ...);
 }
 
 // Mixes whole blocks straight from the message into the intermediate hash.
 void compress(unsigned (&hash)[8], const unsigned char* data, size_t blocks) {
-  constexpr auto kSixteen = std::make_index_sequence<16>();
+  constexpr auto kFours = std::make_index_sequence<4>();
   for (; blocks != 0; --blocks, data += kHashBlock) {
+    Sha256Schedule schedule(data);
     Work work;
     memcpy(work.words, hash, sizeof(hash));
     work.b_xor_c = work.words[1] ^ work.words[2];
-    first_rounds(work, data, kSixteen);
-    for (size_t i = 16; i < 64; i += 16) later_rounds(work, kRoots + i, kSixteen);
+    for (int i = 0; i < 3; ++i) rounds_with_more_to_come(work, schedule, kFours);
+    last_rounds(work, schedule, kFours);
     for (size_t i = 0; i < 8; ++i) hash[i] += work.words[i];
   }
 }
