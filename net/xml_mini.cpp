@@ -142,8 +142,8 @@ bool serialise_children(Node* node, char* text) {
   text[0] = '\0';
   size_t used = 0;
   for (Node* child = first_child(node); child != nullptr; child = next_sibling(child)) {
-    used += serialise(child, text + used, kTextSize - used);
-    if (used >= kTextSize) return false;
+    used += serialise(child, text + used, kLongestText + 1 - used);
+    if (used > kLongestText) return false;
   }
   return true;
 }

@@ -56,8 +56,10 @@ void delete_children(Node* node, Node* kept);
 [[nodiscard]] const char* attribute(Node* node, const char* name);
 void set_attribute(Node* node, const char* name, const char* value);
 
-// The size of the buffers that nodes are serialised into, the NUL included.
+// The size of the buffers that nodes are serialised into: one byte is for the NUL, one
+// for the line feed that serialising adds and that is taken off again.
 constexpr size_t kTextSize = 1024;
+constexpr size_t kLongestText = kTextSize - 2;
 
 // Serialises all children, one behind the other, into `text`, cut to what fits and
 // terminated. False when they were cut.

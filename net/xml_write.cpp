@@ -8,10 +8,10 @@ constexpr int (*kModes[])(Node* node, const char* text) = {
     add_cdata_to_node};
 constexpr int kLastMode = sizeof kModes / sizeof kModes[0];
 
-// A wrong mode is refused without a text, too.
+// Without a text there is nothing to put, and no mode to ask for.
 int put(Node* node, const char* text, int mode) {
-  if (mode < 1 || mode > kLastMode) return kRefused;
-  return text != nullptr ? kModes[mode - 1](node, text) : kDone;
+  if (text == nullptr) return kDone;
+  return mode >= 1 && mode <= kLastMode ? kModes[mode - 1](node, text) : kRefused;
 }
 
 }  // namespace

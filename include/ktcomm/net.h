@@ -68,7 +68,7 @@ KT_EXPORT void del_tree(struct _mxml_node_s *node);
 
 /* Finds a node. Stores it in `*node`; a null `node` is allowed. When it has
  * children, they are serialised into `text`, a buffer of 1024 bytes or null: all
- * of them, cut anywhere to 1023 bytes, and a NUL; without children `text` is left
+ * of them, cut anywhere to 1022 bytes, and a NUL; without children `text` is left
  * as it is.
  * Returns 0; 1 or 2; 500 for a path that does not begin with '/'. Each failure is
  * traced at level 8, module 8. */
@@ -103,19 +103,20 @@ KT_EXPORT const char *xml_get_attr_value(struct _mxml_node_s *tree, const char *
  * Then does with the last one and `text` as `mode` says:
  *   1  add_xmlstring_to_node      3  add_string_to_node     5  add_cdata_to_node
  *   2  replace_xmlstring_to_node  4  replace_string_to_node
- * With a null `text` the elements are made and that is all. Names are not
- * checked: markup characters in them make a document that does not parse.
+ * With a null `text` the elements are made and that is all, whatever the mode.
+ * Names are not checked: markup characters in them make a document that does not
+ * parse.
  * Stores the last element in `*node`; a null `node` is allowed.
  * Returns 0; 1, also for a path that does not begin with '/'; 2, also for an index
- * that leaves a gap; 500 for a `mode` other than those, `text` or not; else what
- * the function of the mode returns. When it is not 0 no element made is left. */
+ * that leaves a gap; 500 for a `text` with a `mode` other than those; else what the
+ * function of the mode returns. When it is not 0 no element made is left. */
 KT_EXPORT int write_to_xml(struct _mxml_node_s *tree, const char *path, struct _mxml_node_s **node,
                            const char *text, int mode);
 
 /* write_to_xml in the content of an element "root" which is parsed from `xml`, a
  * buffer of at least 1024 bytes, which then gets the new content, serialised.
  * Returns 3 for a null `xml`, 1 for one that does not parse, 2 when the new content
- * takes more than 1023 bytes, otherwise as write_to_xml; `xml` is as it was when
+ * takes more than 1022 bytes, otherwise as write_to_xml; `xml` is as it was when
  * it is not 0. */
 KT_EXPORT int write_to_xmlstr(char *xml, const char *path, const char *text, int mode);
 
