@@ -2,6 +2,7 @@
 #ifndef KTCOMM_BASE_LOCAL_TIME_H
 #define KTCOMM_BASE_LOCAL_TIME_H
 
+#include <stdlib.h>
 #include <time.h>
 
 #include <atomic>
@@ -9,11 +10,13 @@
 namespace kt {
 
 // localtime_r alone may go by the zone that there was at the first call. Asking for
-// the zone takes longer than all the rest, so it is done once a second at most.
+// one that TZ does not name takes longer than all the rest, so that is done once a
+// second at most.
 inline void refresh_time_zone() {
   static constinit std::atomic<unsigned> refreshed_at = 0;
-  const auto now = static_cast<unsigned>(::time(nullptr));
-  if (refreshed_at.exchange(now, std::memory_order_relaxed) != now) ::tzset();
+  const bool is_named = ::getenv("TZ") != nullptr;
+  const auto now = is_named ? 0 : static_cast<unsigned>(::time(nullptr));
+  if (refreshed_at.exchange(now, std::memory_order_relaxed) != now || is_named) ::tzset();
 }
 
 // False when the local time cannot be told.

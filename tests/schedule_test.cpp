@@ -3,7 +3,6 @@
 #include <string.h>
 #include <time.h>
 
-#include <random>
 #include <sstream>
 
 #include "tests/support.h"
@@ -15,7 +14,6 @@ namespace {
 using std::string;
 
 constexpr int kDay = 24 * 60;
-constexpr int kWeek = 7 * kDay;
 constexpr time_t kSunday = 1795305600 - (5 * 60 + 45) * 60;  // 2026-11-22 00:00 at XYZ-5:45
 
 time_t g_now;
@@ -25,48 +23,35 @@ void set_clock(int minute) { g_now = kSunday + minute * 60 + 59; }
 
 }  // namespace
 
-extern "C" time_t time(time_t* out) noexcept {
-  if (out != nullptr) *out = g_now;
-  return g_now;
-}
+extern "C" time_t time(time_t* out) noexcept { return out != nullptr ? *out = g_now : g_now; }
 
 namespace {
 
-class Schedule : public testing::Test {
+class Schedule : public CameraTest {
  protected:
   void SetUp() override {
     setenv("TZ", "XYZ-5:45", 1);
     ASSERT_EQ(system("mkdir -p /mnt/ramdisk/env"), 0);
     write_file(kDefaults, "");
-    descriptors_ = open_descriptors();
   }
-  void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_); }
-
- private:
-  size_t descriptors_ = 0;
 };
 
 TEST(Item, check) {
-  const struct {
-    int result;
-    string items;  // between '|'
-  } kLists[] = {{0,
-                 "9,00:00,24:00|1,23:59,24:00|1,08:59,09:00|1,09:00,09:01| 1x, 9:+5,10:0y|1,09,10:00,11:00|"
-                 "1,9:00,0000000000010:00:|1,10:0,000000000000010:05"},
-                {1,
-                 " |0,08:00,09:00|10,08:00,09:00|-1,08:00,09:00|1,08:00,24:30|1,24:00,24:00|1,08:60,09:00|"
-                 "1,08:59,25:00|1,08:59,09:60|1,-1:00,09:00|1,08:-1,09:00|1,08:00,-1:00|1,08:00,09:-1|"
-                 "1,09:00,08:59|1,09:00,09:00|1,09:00|1,09:00,10|1;09:00,10:00|,,::|4294967297,9:00,10:00|"
-                 "1,99999999999:00,10:00|1,10:0,00000000000000010:5"}};
-  for (const auto& list : kLists) {
-    std::istringstream items(list.items);
-    for (string item; std::getline(items, item, '|');) {
-      EXPECT_EQ(check_sche_item(item.c_str(), 1), list.result) << item;
-    }
+  const std::pair<int, string> kLists[] = {
+      // of items between '|', with one result
+      {0,
+       "9,00:00,24:00|1,23:59,24:00|1,08:59,09:00|1,09:00,09:01| 1x, 9:+5,10:0y|1,09,10:00,11:00|"
+       "1,9:00,0000000000010:00:|1,10:0,000000000000010:05"},
+      {1,
+       " |0,08:00,09:00|10,08:00,09:00|-1,08:00,09:00|1,08:00,24:30|1,24:00,24:00|1,08:60,09:00|"
+       "1,08:59,25:00|1,08:59,09:60|1,-1:00,09:00|1,08:-1,09:00|1,08:00,-1:00|1,08:00,09:-1|"
+       "1,09:00,08:59|1,09:00,09:00|1,09:00|1,09:00,10|1;09:00,10:00|,,::|4294967297,9:00,10:00|"
+       "1,99999999999:00,10:00|1,10:0,00000000000000010:5"}};
+  for (const auto& [result, list] : kLists) {
+    std::istringstream items(list);
+    for (string item; std::getline(items, item, '|');) EXPECT_EQ(check_sche_item(item.c_str(), 1), result) << item;
   }
-  EXPECT_EQ(check_sche_item("", 0), 1);
-  EXPECT_EQ(check_sche_item("", ~0U), 0);
-  EXPECT_EQ(check_sche_item(nullptr, 1), 1);
+  expect_all(1, {check_sche_item("", 0), check_sche_item("", ~0U) + 1, check_sche_item(nullptr, 1)});
   const std::unique_ptr<char[]> full(new char[25]);  // as in a record: no NUL
   memcpy(full.get(), "1,10:0,000000000000010:05", 25);
   EXPECT_EQ(check_sche_item(full.get(), 0), 0);
@@ -84,31 +69,28 @@ int stored(int type, int minute, string settings) {
 }
 
 TEST_F(Schedule, stored_rules) {
-  const struct {
-    const char* what;
-    string settings;
-    int result;  // on Monday at 09:00
-  } kCases[] = {{"off", "@_schedule=0\n@_define1=1,00:00,00:01\n", 1},
-                {"nothing at all", "", 1},
-                {"empty items only", "@_define1=\n@_define5=\n", 1},
-                {"mode missing is on", "@_define1=1,00:00,00:01\n", 0},
-                {"other modes are on", "@_schedule=-7\n@_define1=1,00:00,00:01\n", 0},
-                {"any item, gaps or not", "@_define2=1,0:0,1:0\n@_define10=2,09:00,17:00\n", 1},
-                {"there are ten", "@_define0=2,09:00,17:00\n@_define1=1,00:00,01:00\n@_define11=2,09:00,17:00\n", 0},
-                {"code 0", "@_define1=0,00:00,24:00\n", 0},
-                {"garbage is an item outside", "@_define1=abc\n", 0},
-                {"cut behind the end hour", "@_define1=9,01:00,17\n", 1},
-                {"cut before the end", "@_define1=9,01:00\n", 0},
-                {"the day has one digit", "@_define1=20,00:00,24:00\n", 0},
-                {"a negative start is early", "@_define1=9,-1:00,10:00\n", 1},
-                {"25 characters", "@_define1=9,      08:00,      09:01\n", 1},
-                {"longer ones lose two", "@_define1=9,      08:00,      09:011\n", 0},
-                {"hours have two digits", "@_define1=9,008:00,23:00\n", 0},
-                {"a negative end is never reached", "@_define1=9,01:00,-1:00\n", 0}};
-  for (const auto& c : kCases) {
-    for (const int type : {0, 1}) { EXPECT_EQ(stored(type, kDay + 540, c.settings), c.result) << c.what << type; }
-  }
-  for (const int type : {-1, 2}) EXPECT_EQ(schedule_chk(type), -1);
+  const std::tuple<const char*, string, int> kCases[] = {
+      // The result is that of Monday at 09:00.
+      {"off", "@_schedule=0\n@_define1=1,00:00,00:01\n", 1},
+      {"nothing at all", "", 1},
+      {"empty items only", "@_define1=\n@_define5=\n", 1},
+      {"mode missing is on", "@_define1=1,00:00,00:01\n", 0},
+      {"other modes are on", "@_schedule=-7\n@_define1=1,00:00,00:01\n", 0},
+      {"any item, gaps or not", "@_define2=1,0:0,1:0\n@_define10=2,09:00,17:00\n", 1},
+      {"there are ten", "@_define0=2,09:00,17:00\n@_define1=1,00:00,01:00\n@_define11=2,09:00,17:00\n", 0},
+      {"code 0", "@_define1=0,00:00,24:00\n", 0},
+      {"garbage is an item outside", "@_define1=abc\n", 0},
+      {"cut behind the end hour", "@_define1=9,01:00,17\n", 1},
+      {"cut before the end", "@_define1=9,01:00\n", 0},
+      {"the day has one digit", "@_define1=20,00:00,24:00\n", 0},
+      {"a negative start is early", "@_define1=9,-1:00,10:00\n", 1},
+      {"25 characters", "@_define1=9,      08:00,      09:01\n", 1},
+      {"longer ones lose two", "@_define1=9,      08:00,      09:011\n", 0},
+      {"hours have two digits", "@_define1=9,008:00,23:00\n", 0},
+      {"a negative end is never reached", "@_define1=9,01:00,-1:00\n", 0}};
+  for (const auto& [what, settings, result] : kCases)
+    for (const int type : {0, 1}) EXPECT_EQ(stored(type, kDay + 540, settings), result) << what << type;
+  expect_all(-1, {schedule_chk(-1), schedule_chk(2)});
   chmod(kSettings, 0400);
   EXPECT_EQ(schedule_chk(0), -1) << "must be open to writing";
   unlink(kSettings);
@@ -148,34 +130,31 @@ TEST_F(Schedule, goes_by_the_time_zone_of_the_moment) {
   set_clock(60);
   EXPECT_EQ(schedule_chk(1), 1);
   setenv("TZ", "XYZ-6:45", 1);
-  set_clock(61);
   EXPECT_EQ(schedule_chk(1), 0);
 }
 
 TEST_F(Schedule, compiling) {
   string eleven, left, ten_slots;
   for (int i = 0; i < 10; ++i) eleven += "2,0:1,0:2;", left += "2,0:1,0:2|", ten_slots += "2:1-2 ";
-  const struct {
-    string items, slots, left;
-  } kCases[] = {{"", "", ""},
-                {"no digit;", "", "no digit;"},
-                {"x; 7,09:05,17:10;8,1:2,3:4;9,0:1,0:2;", "64:545-1030 62:62-184 127:1-2 ",
-                 "x; 7,09:05,17:10|8,1:2,3:4|9,0:1,0:2|"},
-                {"1,0:0,0:1;;2,0:0,0:1", "1:0-1 ", "1,0:0,0:1||2,0:0,0:1"},
-                {"1,0:0,0:1;0,0:0,0:1;2,0:0,0:1;", "1:0-1 ", "1,0:0,0:1|0,0:0,0:1|2,0:0,0:1;"},
-                {"3;4,01;6,1:2,3;20,1:0,2:0", "4:0-0 8:60-0 32:62-180 2:0-0 ", "3|4,01|6,1:2,3|20,1:0,2:0"},
-                {eleven + "2,0:1,0:2;", ten_slots, left + "2,0:1,0:2;"}};
-  for (const auto& c : kCases) {
-    const Compiled compiled(c.items);
-    EXPECT_EQ(compiled.slots(), c.slots) << c.items;
-    EXPECT_EQ(compiled.left, c.left);
+  const string kCases[][3] = {
+      {"", "", ""},
+      {"no digit;", "", "no digit;"},
+      {"x; 7,09:05,17:10;8,1:2,3:4;9,0:1,0:2;", "64:545-1030 62:62-184 127:1-2 ",
+       "x; 7,09:05,17:10|8,1:2,3:4|9,0:1,0:2|"},
+      {"1,0:0,0:1;;2,0:0,0:1", "1:0-1 ", "1,0:0,0:1||2,0:0,0:1"},
+      {"1,0:0,0:1;0,0:0,0:1;2,0:0,0:1;", "1:0-1 ", "1,0:0,0:1|0,0:0,0:1|2,0:0,0:1;"},
+      {"3;4,01;6,1:2,3;20,1:0,2:0", "4:0-0 8:60-0 32:62-180 2:0-0 ", "3|4,01|6,1:2,3|20,1:0,2:0"},
+      {eleven + "2,0:1,0:2;", ten_slots, left + "2,0:1,0:2;"}};
+  for (const auto& [items, slots, rest] : kCases) {
+    const Compiled compiled(items);
+    EXPECT_EQ(compiled.slots() + "/" + compiled.left, slots + "/" + rest) << items;
   }
-  EXPECT_EQ(Compiled("1,00:00,00:01", 0).at(600), 1) << "off is active";
+  // Active when off or empty; not so outside of the ten in use.
+  expect_all(1, {Compiled("1,00:00,00:01", 0).at(600), Compiled("").at(600), 1 - Compiled(eleven).at(600)});
 
   SchSlotSet set;
   memset(&set, 0xEE, sizeof set);
-  EXPECT_EQ(set_sch_fmt(nullptr, 1, left.data()), 1);
-  EXPECT_EQ(set_sch_fmt(&set, 1, nullptr), 1);
+  expect_all(1, {set_sch_fmt(nullptr, 1, left.data()), set_sch_fmt(&set, 1, nullptr)});
   EXPECT_EQ(set.enable, 0xEEEEEEEE) << "nothing stored";
   EXPECT_EQ(chk_sch_from_mm(nullptr), 0);
 }
@@ -191,42 +170,23 @@ TEST_F(Schedule, an_answer_stands_for_its_minute_of_the_day) {
   EXPECT_EQ(c.at(kDay + 1), 0);
 }
 
-// One item in a plain model: minutes of the week where it makes a schedule active.
-void mark(bool (&week)[kWeek], int code, int start, int end, bool eight_is_every_day) {
-  for (int day = 0; day < 7; ++day) {
-    const bool marked = code == 9 || code == day + 1 || (code == 8 && (eight_is_every_day || (day != 0 && day != 6)));
-    for (int minute = start; marked && minute < end; ++minute) week[day * kDay + minute] = true;
-  }
-}
-
-TEST_F(Schedule, every_minute_of_the_week_is_as_in_a_plain_model) {
-  std::mt19937 random(5);
-  for (int round = 0; round < 60; ++round) {
-    const int count = round % 11;
-    bool compiled_week[kWeek] = {}, stored_week[kWeek] = {};
-    if (count == 0) mark(compiled_week, 9, 0, kDay, true), mark(stored_week, 9, 0, kDay, true);
-    string list, settings;
-    std::vector<int> edges;  // minutes of the day around the ends of the slots
-    for (int i = 1; i <= count; ++i) {
-      const int code = 1 + static_cast<int>(random() % 9);
-      const int start = i % 4 == 0 ? 0 : static_cast<int>(random() % kDay);
-      const int end = i % 5 == 0 ? kDay : start + 1 + static_cast<int>(random() % 9999) % (kDay - start);
-      char item[26];
-      snprintf(item, sizeof item, "%d,%02d:%02d,%02d:%02d", code, start / 60, start % 60, end / 60, end % 60);
-      EXPECT_EQ(check_sche_item(item, 0), 0) << item;
-      list += item + string(i < count ? ";" : "");
-      settings += "@_define" + std::to_string(i) + "=" + item + "\n";
-      mark(compiled_week, code, start, end, false);
-      mark(stored_week, code, start, end, true);
-      edges.insert(edges.end(), {start + kDay - 1, start, end - 1, end});
-    }
-    Compiled compiled(list);
-    for (int minute = 1; minute <= kWeek; ++minute) {  // 00:00 must not be asked for first
-      ASSERT_EQ(compiled.at(minute % kWeek), compiled_week[minute % kWeek]) << list << minute;
-    }
-    for (size_t i = 0; i < 7 * edges.size(); ++i) {
-      const int minute = static_cast<int>(i % 7) * kDay + edges[i / 7] % kDay;
-      ASSERT_EQ(stored(round % 2, minute, settings), stored_week[minute]) << settings << minute;
+TEST_F(Schedule, days_and_minutes_of_every_code) {
+  const std::tuple<const char*, int, int> kSpans[] = {{",09:00,17:00", 540, 1020}, {",00:00,24:00", 0, kDay}};
+  for (const auto& [span, start, end] : kSpans) {
+    for (int code = 1; code <= 9; ++code) {
+      const string item = std::to_string(code) + span, settings = "@_define1=1,2:0,2:1\n@_define2=" + item;
+      EXPECT_EQ(check_sche_item(item.c_str(), 0), 0) << item;
+      Compiled compiled("1,2:0,2:1;" + item);
+      for (const int at : {kDay - 1, 1020, 1019, 540, 539, 0}) {  // 00:00 must not be asked for first
+        for (int day = 0; day < 7; ++day) {
+          const bool inside = start <= at && at < end, named = code == 9 || code == day + 1;
+          const bool workday = code == 8 && day % 6 != 0;
+          const int minute = day * kDay + at;
+          (void)compiled.at(7);  // an answer stands until another minute is asked for
+          EXPECT_EQ(compiled.at(minute), inside && (named || workday)) << item << minute;
+          EXPECT_EQ(stored(day % 2, minute, settings), inside && (named || code == 8)) << item << minute;
+        }
+      }
     }
   }
 }
