@@ -80,11 +80,12 @@ unique_fd open_or_create(const char* path) {
     errno = path == nullptr ? EINVAL : ENAMETOOLONG;
     return unique_fd();
   }
-  unique_fd file = open_fd(path, O_RDONLY);
+  constexpr int kRead = O_RDONLY | O_NONBLOCK;  // a named pipe is refused, not waited for
+  unique_fd file = open_fd(path, kRead);
   if (!file.ok()) {
     // Not truncating: another writer may have made the file in the meantime.
     if (!open_fd(path, O_WRONLY | O_CREAT, 0666).ok()) return unique_fd();
-    file = open_fd(path, O_RDONLY);
+    file = open_fd(path, kRead);
   }
   struct stat status;
   if (file.ok() && ::fstat(file.get(), &status) == 0 && !S_ISREG(status.st_mode)) {
