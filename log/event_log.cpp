@@ -67,12 +67,14 @@ struct Filter {
          is_harmless(text.c_str());
 }
 
-// That the arguments fit a format of the catalogue is the caller's promise.
+// That the arguments fit the format is the caller's promise.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-[[nodiscard]] EventMessage fill_in(const EventMessage& format, va_list arguments) {
+[[nodiscard]] EventMessage fill_in(const char* format, va_list arguments) {
   EventMessage message;
-  message.append_format_list(format.c_str(), arguments);
+  message.append_format_list(format, arguments);
+  // A text that ends in a lone %, as one cut to its length may, is no format: it stands as it is.
+  if (message.size() == 0 && message.truncated()) message.append(format);
   return message;
 }
 #pragma GCC diagnostic pop
@@ -119,7 +121,7 @@ int AddLog(const char* category, int level, int number, ...) {
 
   va_list arguments;
   va_start(arguments, number);
-  const kt::EventMessage message = kt::fill_in(format, arguments);
+  const kt::EventMessage message = kt::fill_in(format.c_str(), arguments);
   va_end(arguments);
 
   const auto now = static_cast<long>(::time(nullptr));
@@ -138,10 +140,9 @@ int AddLog(const char* category, int level, int number, ...) {
 
 int AddLogDbg(const char* format, ...) {
   if (format == nullptr) return -1;
-  kt::EventMessage message;
   va_list arguments;
   va_start(arguments, format);
-  message.append_format_list(format, arguments);
+  const kt::EventMessage message = kt::fill_in(format, arguments);
   va_end(arguments);
 
   const auto now = static_cast<long>(::time(nullptr));

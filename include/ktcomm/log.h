@@ -98,8 +98,9 @@ KT_EXPORT int DEBUGWriteConfigData(const DebugConfig *config);
 /* Adds message `number` of section `category` in the catalogue /etc/logfile, a
  * printf format of at most 256 characters for the arguments that follow, which
  * must be the ones it asks for; one with %n or a number of more than three digits in a
- * conversion counts as not there. What the format makes is cut to 256 characters,
- * and the entry "time message" to 254; line feeds inside it become blanks.
+ * conversion counts as not there, one that is no format ("95%") stands as it is. What the
+ * format makes is cut to 256 characters, and the entry "time message" to 254; line feeds
+ * inside it become blanks.
  *
  * `level` is 0 to 3. With "syslog_mode" set in section LOG of the settings the
  * entry is also sent as a datagram of at most 254 characters and a line feed,
