@@ -2,11 +2,13 @@
 #ifndef KTCOMM_TESTS_SUPPORT_H
 #define KTCOMM_TESTS_SUPPORT_H
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -50,6 +52,28 @@ inline std::vector<std::string> files_in(const char* directory, const std::strin
 
 inline size_t open_descriptors() { return files_in("/proc/self/fd").size(); }
 
+// A test that leaves as many descriptors open as there were.
+class CameraTest : public testing::Test {
+ protected:
+  size_t descriptors_ = open_descriptors();
+  void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_); }
+};
+
+// The function of the C library that a double in the test hides. Where the machine
+// word is short, those that know large files have names of their own.
+template <typename F>
+F* libc(const char* name, F*) {
+  const std::string large = std::string(name) + "64";
+  void* const found = sizeof(long) == 4 ? dlsym(RTLD_NEXT, large.c_str()) : nullptr;
+  return reinterpret_cast<F*>(found != nullptr ? found : dlsym(RTLD_NEXT, name));
+}
+
+// What several calls return, or leave, in their order.
+using Results = std::vector<long long>;
+inline void expect_all(long long expected, const Results& results) {
+  EXPECT_EQ(results, Results(results.size(), expected));
+}
+
 // Runs `body` in a child process, which ends with its result.
 pid_t start_child(auto body) {
   const pid_t pid = fork();
@@ -65,6 +89,29 @@ inline int wait_for_child(pid_t pid) {
 }
 
 int in_child(auto body) { return wait_for_child(start_child(body)); }
+
+// A process that goes by `name` until a signal ends it.
+class Program {
+ public:
+  explicit Program(const char* name) {
+    char own[16];
+    prctl(PR_GET_NAME, own), prctl(PR_SET_NAME, name);
+    pid_ = start_child([] { return pause(); });
+    prctl(PR_SET_NAME, own);
+  }
+  ~Program() { ended_by(); }
+  [[nodiscard]] pid_t pid() const { return pid_; }
+  [[nodiscard]] std::string text() const { return std::to_string(pid_); }  // of its pid
+  // The signal that came first: this call sends SIGKILL.
+  int ended_by() {
+    if (pid_ != 0) kill(pid_, SIGKILL), signal_ = -wait_for_child(pid_), pid_ = 0;
+    return signal_;
+  }
+
+ private:
+  pid_t pid_ = 0;
+  int signal_ = 0;
+};
 
 // Runs `body(i)` in `count` processes at once; true when all of them returned 0.
 bool in_processes(int count, auto body) {

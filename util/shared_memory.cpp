@@ -6,34 +6,19 @@
 
 #include "ktcomm/util_process.h"
 
-namespace kt {
-namespace {
-
-struct Segment {
-  int id;
-  bool is_new;
-};
-
-// Without IPC_CREAT the first call succeeds on a segment that was there already,
-// whose content is somebody else's.
-Segment get_segment(int key, size_t size, int flags) {
-  const int created = shmget(key, size, flags | IPC_EXCL);
-  if (created >= 0) return {created, key == IPC_PRIVATE || (flags & IPC_CREAT) != 0};
-  return {shmget(key, size, flags), false};
-}
-
-}  // namespace
-}  // namespace kt
-
 void* pub_attach_shm(void** address, unsigned long size, int key, int flags) {
   const unsigned long page = static_cast<unsigned long>(sysconf(_SC_PAGESIZE));
   if (size > UINTPTR_MAX - (page - 1)) return nullptr;
   const size_t rounded = (size + page - 1) / page * page;
-  const kt::Segment segment = kt::get_segment(key, rounded, flags);
-  if (segment.id < 0) return nullptr;
-  void* const memory = shmat(segment.id, nullptr, 0);
+  // Without IPC_CREAT this finds a segment that was there, and clears it: those who share
+  // one create it, whoever comes first.
+  int id = shmget(key, rounded, flags | IPC_EXCL);
+  const bool clear = id >= 0;
+  if (id < 0) id = shmget(key, rounded, flags);
+  if (id < 0) return nullptr;
+  void* const memory = shmat(id, nullptr, 0);
   if (reinterpret_cast<intptr_t>(memory) == -1) return nullptr;
-  if (segment.is_new) memset(memory, 0, rounded);
+  if (clear) memset(memory, 0, rounded);
   if (address != nullptr) *address = memory;
   return memory;
 }

@@ -203,8 +203,9 @@ KT_EXPORT int msg_exit(int id);
 /* ---- Shared memory, task queues, descriptor passing -------------------- */
 
 /* Attaches the System V segment of `key`, `size` rounded up to whole pages;
- * `flags` as for shmget(2). A segment that this call creates starts zeroed, one
- * that was there keeps its content.
+ * `flags` as for shmget(2). With IPC_CREAT a segment that this call creates starts
+ * zeroed and one that was there keeps its content; without, it is cleared: who shares a
+ * segment gives IPC_CREAT.
  * Returns the address, stored in `*address` too if that is given; null on failure. */
 KT_EXPORT void *pub_attach_shm(void **address, unsigned long size, int key, int flags);
 
