@@ -46,11 +46,12 @@ void judge_entry(const std::string& entry) {
   expect_same("password", std::string(password.begin(), password.end()), padded(account.password, password.size()));
 }
 
+std::string without_end(std::string line) { return line.resize(line.find_last_not_of("\r\n") + 1), line; }
+
 // The value that is stored for an account: a text of more than 98 characters counts as 97.
-std::string stored(std::string entry) {
-  entry = up_to_nul(entry.substr(0, entry.find('\n')));
-  entry.resize(entry.find_last_not_of("\r\n") + 1);
-  return entry.size() > 98 ? entry.substr(0, 97) : entry;
+std::string stored(const std::string& line) {
+  const std::string entry = without_end(up_to_nul(line.substr(0, line.find('\n'))));
+  return entry.size() > 98 ? without_end(entry.substr(0, 97)) : entry;
 }
 
 void judge_accounts(const std::vector<Account>& accounts) {
