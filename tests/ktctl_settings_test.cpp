@@ -147,15 +147,11 @@ TEST_F(KtctlSettings, a_batch_is_all_or_nothing) {
   } const kCases[] = {
       {{"batch", kThree, 0, "", ""}, kAfter},
       {{"batch -", "NET port 80\nNET only_default yes\n", 0, "", ""}, kContent},
-      {{"batch", "", 0, "", ""}, kContent},
+      {{"batch --file /tmp/new.conf", "# X k v\n", 0, "", ""}, kContent},
       {{"batch /tmp/none", "", 1, "", "/tmp/none" + kNone}, kContent},
       {{"batch /tmp", "", 4, "", "/tmp: Is a directory"}, kContent},
       {{"batch", "NET k a\0b\n"s, 3, "", "standard input:1: byte 0x00 at place 8"}, kContent},
       {{"batch --file /tmp", "A k v", 3, "", "/tmp: no regular file"}, kContent},
-      {{"batch --file '/tmp/a b'", "A k v", 3, "",
-        "/tmp/a b: the path of a file to be written is made of letters, digits and "
-        "/._-+,:=@%, does not begin with - and has at most 1023 characters"},
-       kContent},
       {{"batch --file /tmp/no/x", "A k v", 4, "", "/tmp/no/x: not written: No such file or directory"}, kContent},
       {{"batch --dry-run", "NET port 81\nNET only_default no\nNET name  it's \nX k 1\nX k 2", 0, kWould, ""}, kContent},
       {{"batch --dry-run --file /tmp/new.conf", "NET port 8080", 0, "would change nothing\n", ""}, kContent},
@@ -163,7 +159,6 @@ TEST_F(KtctlSettings, a_batch_is_all_or_nothing) {
       {{"set --dry-run NET port 80", "", 0, "would change nothing\n", ""}, kContent},
       {{"set --dry-run NET a=b v", "", 3, "", "@: [NET] a=b: a key holds no = and no blank"}, kContent},
       {{"unset-section --dry-run NET", "", 0, "would remove [NET] from " + string(kSettings) + "\n", ""}, kContent},
-      {{"unset-section --dry-run X", "", 1, "", "@: [X]" + kNone}, kContent},
       {{"rename-section --dry-run NET X", "", 0, "would rename [NET] to [X] in " + string(kSettings) + "\n", ""},
        kContent},
       {{"rename-section --dry-run NET USER", "", 3, "", "@: [USER]: there is such a section already"}, kContent}};
@@ -326,20 +321,22 @@ TEST_F(KtctlSettings, nobody_waits_for_the_lock_for_longer_than_wanted) {
   }
   EXPECT_EQ(read_file(kSettings), kContent);
   // The library waits for the lock itself.
-  const auto write = [](int seconds) {
+  const auto write = [](int seconds, useconds_t before_us = 0) {
     alarm(10);
     set_lock_timeout(seconds);
+    usleep(before_us);
     return PRO_SetStr("NET", "port", "81", kSettings);
   };
+  const pid_t late = start_child([&] { return write(1, 1'200'000); });
   const time_t begin = time(nullptr);
   EXPECT_EQ(in_child([&] { return write(1); }), 5);
   EXPECT_LE(time(nullptr) - begin, 3);
   EXPECT_EQ(read_file(kSettings), kContent);
   const pid_t writer = start_child([&] { return write(5); });
   Process command("set --lock-timeout 5 NET name x");
-  usleep(50000);
+  usleep(500'000);
   lock.release();
-  EXPECT_EQ(wait_for_child(writer), 0);
+  EXPECT_EQ(wait_for_child(writer) + wait_for_child(late), 0);
   EXPECT_EQ(command.wait().code, 0);
   EXPECT_EQ(read_file(kSettings).substr(0, 21), "[NET]\nport=81\nname=x\n");
 }
@@ -357,11 +354,14 @@ TEST_F(KtctlSettings, lock_names_those_who_hold_it_and_wait) {
     return execl("/bin/sh", "sh", "-c", "kill -STOP $$", "a\tb", nullptr);
   });
   const string held = "held by process " + std::to_string(holder) + ": sh -c kill -STOP $$ a?b\n";
+  const auto expect_told = [](const string& text) {
+    const auto told = [] { return ktctl("lock", ">/tmp/lock.out"), read_file("/tmp/lock.out"); };
+    for (int tries = 100; told() != text && tries > 0; --tries) usleep(20000);
+    EXPECT_EQ(told(), text);
+  };
+  expect_told(held);
   Process second("set NET port 81");
-  const string waits = "waited for by process " + std::to_string(second.pid()) + ": ktctl set NET port 81\n";
-  const auto told = [] { return ktctl("lock", ">/tmp/lock.out"), read_file("/tmp/lock.out"); };
-  for (int tries = 100; told() != held + waits && tries > 0; --tries) usleep(20000);
-  EXPECT_EQ(told(), held + waits);
+  expect_told(held + "waited for by process " + std::to_string(second.pid()) + ": ktctl set NET port 81\n");
   ASSERT_EQ(system("ktctl lock --shell >/tmp/lock.out"), 0);
   EXPECT_NE(read_file("/tmp/lock.out").find("held='1'\nholders_1_pid='" + std::to_string(holder)), string::npos);
   kill(holder, SIGKILL);

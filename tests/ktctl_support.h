@@ -2,6 +2,8 @@
 #ifndef KTCOMM_TESTS_KTCTL_SUPPORT_H
 #define KTCOMM_TESTS_KTCTL_SUPPORT_H
 
+#include <sstream>
+
 #include "tests/support.h"
 
 namespace kt::test {
@@ -26,7 +28,7 @@ class Process {
     execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
     _exit(125);
   }
-  bool ended() { return waitpid(pid_, &status_, WNOHANG) == pid_; }
+  bool ended() { return status_ >= 0 || waitpid(pid_, &status_, WNOHANG) == pid_; }
   Result wait() {
     if (status_ < 0) waitpid(pid_, &status_, 0);
     const int code = WIFEXITED(status_) ? WEXITSTATUS(status_) : -WTERMSIG(status_);
@@ -55,12 +57,41 @@ inline Result ktctl(const std::string& arguments, const char* redirections = "")
 }
 
 // What is said on standard error, "@" standing for the settings file.
-inline std::string message(const std::string& text) {
-  return text.empty() ? "" : "ktctl: " + (text[0] == '@' ? kSettings + text.substr(1) : text) + "\n";
+inline std::string reason(const std::string& text) {
+  return "ktctl: " + (text.starts_with('@') ? kSettings + text.substr(1) : text);
 }
+inline std::string message(const std::string& text) { return text.empty() ? "" : reason(text) + "\n"; }
 
 inline void expect_run(const std::string& arguments, int code, const std::string& out, const std::string& err) {
   EXPECT_EQ(ktctl(arguments), (Result{code, out, message(err)})) << arguments;
+}
+
+// Each of `cases`, between '|', is how a line that begins with `command` goes on, '~' and
+// how the reason begins. It ends with `code`, with --dry-run, too, where it takes that,
+// and changes nothing.
+inline void expect_fails(int code, const std::string& command, const std::string& cases,
+                         const char* redirections = "") {
+  const auto files = [] { return read_file(kSettings) + read_file("/mnt/ramdisk/crontab"); };
+  const std::string before = files();
+  std::istringstream list(cases);
+  for (std::string line, why; std::getline(list, line, '~') && std::getline(list, why, '|');) {
+    for (const std::string& run : {command + line, "--dry-run " + command + line}) {
+      const Result r = ktctl(run, redirections);
+      if (run[0] == '-' && r.err.find("does not take --dry-run") != r.err.npos) continue;
+      EXPECT_TRUE(r.code == code && r.out.empty() && r.err.find(reason(why)) == 0) << run << "\n" << r << why;
+    }
+  }
+  EXPECT_EQ(files(), before) << cases;
+}
+
+// The same for each of several runs of a command.
+struct Run {
+  std::string arguments;
+  int code;
+  std::string out, err;
+};
+inline void expect_runs(const std::string& command, const std::vector<Run>& runs) {
+  for (const Run& run : runs) expect_run(command + " " + run.arguments, run.code, run.out, run.err);
 }
 
 }  // namespace kt::test

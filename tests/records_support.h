@@ -2,7 +2,6 @@
 #ifndef KTCOMM_TESTS_RECORDS_SUPPORT_H
 #define KTCOMM_TESTS_RECORDS_SUPPORT_H
 
-#include <dlfcn.h>
 #include <ktcomm/settings.h>
 #include <limits.h>
 #include <string.h>
@@ -18,22 +17,20 @@ inline int g_status;       // what the shell says of them
 
 extern "C" int system(const char* command) {
   if (strncmp(command, "/usr/local/", 11) == 0) return g_commands += command + string("\n"), g_status;
-  return reinterpret_cast<int (*)(const char*)>(dlsym(RTLD_NEXT, "system"))(command);
+  return kt::test::libc("system", &system)(command);
 }
 
 namespace kt::test {
 
 inline constexpr char kCrontab[] = "/mnt/ramdisk/crontab", kRetry[] = "/tmp/ntp_retry";
 
-class Records : public testing::Test {
+class Records : public CameraTest {
  protected:
-  size_t descriptors_ = open_descriptors();
   void SetUp() override {
     ASSERT_EQ(system("cd /mnt/ramdisk; chmod 755 .; rm -rf * /tmp/cgi* /tmp/ntp*; mkdir env"), 0);
     for (const char* path : {kDefaults, kSettings}) write_file(path, "");
     g_commands = "";
   }
-  void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_); }
 };
 
 // All that a writer leaves behind; "!" for a pending retry.

@@ -1,26 +1,22 @@
 #include "tools/card_holders.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <string_view>
 
-#include "base/io.h"
 #include "base/paths.h"
 #include "base/string_buffer.h"
 #include "base/text.h"
 #include "base/unique_dir.h"
-#include "base/unique_fd.h"
+#include "tools/lock_users.h"
 #include "tools/number.h"
-#include "tools/plain_text.h"
 
 namespace kt::tools {
 namespace {
 
 using ProcPath = StringBuffer<63>;  // "/proc/PID/fd/NUMBER" and the like
-using Command = StringBuffer<60>;
 using Target = StringBuffer<255>;
 
 ProcPath proc_path(int pid, const char* name) {
@@ -66,25 +62,6 @@ Hold hold_of(int pid, Target& target) {
   }
   const Hold of_files = hold_of_files(pid, target);
   return of_files == Hold::kNone ? hold : of_files;
-}
-
-// The command line; for a process without one its name in brackets.
-Command command_of(int pid) {
-  char text[sizeof(Command)];
-  unique_fd file = open_fd(proc_path(pid, "cmdline").c_str(), O_RDONLY);
-  ssize_t length = file.ok() ? read_fully(file.get(), text, sizeof text) : -1;
-  Command command;
-  if (length > 0) {
-    if (text[length - 1] == '\0') --length;
-    for (ssize_t i = 0; i < length; ++i) text[i] = is_control(text[i]) ? ' ' : text[i];
-    command.append({text, static_cast<size_t>(length)});
-    return command;
-  }
-  file = open_fd(proc_path(pid, "comm").c_str(), O_RDONLY);
-  length = file.ok() ? read_fully(file.get(), text, sizeof text) : -1;
-  if (length > 0 && text[length - 1] == '\n') --length;
-  command.append_format("[%.*s]", length > 0 ? static_cast<int>(length) : 0, text);
-  return command;
 }
 
 }  // namespace

@@ -211,8 +211,8 @@ int read_daylight_saving(bool& on) {
 
 int store_daylight_saving(const Request& request, bool wanted) {
   bool on = false;
-  int code = read_daylight_saving(on);
-  if (code == kDone && on != wanted) code = wait_until_unlocked();
+  int code = wait_until_unlocked();
+  if (code == kDone) code = read_daylight_saving(on);
   if (code != kDone) return code;
   if (request.dry_run()) {
     return on == wanted ? would_change_nothing()

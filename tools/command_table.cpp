@@ -66,17 +66,21 @@ constexpr Command kCommands[] = {
     {"flash", "", "show both flash copies and which one a boot takes", show_flash, 0, 0, kTells,
      "Geometry, bad blocks and area table of each partition, and the copy in it. Exit code\n"
      "0 when both are intact and equal, else 1. See also `flash verify`, `flash repair`.\n"},
-    {"flash verify", "", "tell whether both flash copies would do", verify_flash, 0, 0, kTells,
-     "Reads and unpacks both and prints a line for each. Exit code 0 when both are intact,\n"
-     "hold valid settings and are equal, else 1.\n"},
+    {"flash verify", "", "tell whether both flash copies would do", verify_flash, 0, 0,
+     takes(Option::kLockTimeout) | kTells,
+     "Waits for a save that is running, reads and unpacks both copies and prints a line\n"
+     "for each. Exit code 0 when both are intact, hold valid settings and are equal, 4 when\n"
+     "/tmp has no room to unpack one, else 1.\n"},
     {"flash repair", "", "repair one flash copy from the other", repair_flash, 0, 0, kWrites,
      "As `restore` does, but leaves the settings on the RAM disk alone. Exit code 1 when\n"
-     "neither holds settings, 4 when the copy could not be written.\n"},
+     "neither holds settings, 4 when the copy could not be written, or /tmp has no room to\n"
+     "unpack one.\n"},
 
     {"trace", "[MODULE [SUB]]", "list the trace modules, or print a trace file", show_trace, 0, 2,
      takes(Option::kAll) | kTells,
      "MODULE is a name or a number, SUB is 0 or 1 and 0 when left out. Prints the file\n"
-     "that is being written. See also `trace follow`, `trace merge`, `trace level`.\n"},
+     "that is being written. The LEVEL listed is the one that programs begin with. See also\n"
+     "`trace follow`, `trace merge`, `trace level`.\n"},
     {"trace follow", "MODULE [SUB]", "print a trace and then each line as it comes", follow_trace,
      1, 2, 0,
      "Begins with the file that is being written, or waits for one, and goes on with the\n"

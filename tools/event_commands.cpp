@@ -12,6 +12,7 @@
 #include "tools/event_lookup.h"
 #include "tools/fields.h"
 #include "tools/ktctl.h"
+#include "tools/plain_text.h"
 #include "tools/schedule_item.h"
 #include "tools/settings_changes.h"
 #include "tools/settings_lock.h"
@@ -84,7 +85,10 @@ Widths widths_of(const EventConfig& config) {
 
 void print_row(int number, const EventEntry& event, const Widths& widths) {
   const EventForm form = form_of(event);
-  (void)printf("%2d  %-*s  %-7s  %4d  %6d  %-*s  %s\n", number, widths.name, event.name,
+  (void)printf("%2d  ", number);
+  print_plain(event.name);
+  (void)printf("%*s  %-7s  %4d  %6d  %-*s  %s\n",
+               widths.name - static_cast<int>(strlen(event.name)), "",
                event.enabled != 0 ? "yes" : "no", event.type, event.input_source, widths.schedule,
                schedule_summary(event).c_str(), form.actions[0] != '\0' ? form.actions : "-");
 }
@@ -215,8 +219,9 @@ int remove_event(const Request& request) {
 
 int event_settings(const Request& request) {
   EventConfig config;
-  const int unread = read_events(config);
-  if (unread != kDone) return unread;
+  int code = request.count != 0 ? wait_until_unlocked() : kDone;
+  if (code == kDone) code = read_events(config);
+  if (code != kDone) return code;
   const EventSettings before = {config.trigger != 0 ? 1 : 0, config.jpeg_fps};
   EventSettings after = before;
   const std::span assignments(request.arguments, static_cast<size_t>(request.count));
@@ -224,12 +229,10 @@ int event_settings(const Request& request) {
     print_fields(request, kSettingsFields, &before);
     return kDone;
   }
-  const int refused = set_fields(kSettingsFields, assignments, &after);
-  if (refused != kDone) return refused;
-  if (const int code = wait_until_unlocked(); code != kDone) return code;
+  code = set_fields(kSettingsFields, assignments, &after);
+  if (code != kDone) return code;
   if (request.dry_run()) return would_set("[EVENT]", kSettingsFields, &before, &after);
   const Uninterrupted uninterrupted;  // over both writes
-  int code = kDone;
   if (after.trigger != before.trigger) code = store_number(kTrigger, after.trigger);
   if (code == kDone && after.jpeg_fps != before.jpeg_fps) {
     code = store_number(kJpegFps, after.jpeg_fps);

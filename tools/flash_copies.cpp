@@ -15,6 +15,7 @@
 #include "base/unique_file.h"
 #include "base/unique_malloc.h"
 #include "flash/flash_device.h"
+#include "tools/settings_lock.h"
 
 namespace kt::tools {
 namespace {
@@ -69,22 +70,33 @@ class Scratch {
   [[nodiscard]] const char* path() const { return path_; }
 
  private:
+  WaitingSignals signals_;
   char path_[20] = "/tmp/ktctlXXXXXX";
   unique_fd fd_;
 };
 
-// Unpacks the settings file of a copy, and nothing else of it, as a boot would;
-// true when a boot would accept it.
-[[nodiscard]] bool unpack_settings(int copy, unsigned length, const Scratch& settings) {
+// Whether tar itself finds nothing to unpack in an archive, rather than that there was
+// no room for it, or none for tar in the memory.
+[[nodiscard]] bool holds_no_settings(const Scratch& archive) {
+  return run_shell("/bin/tar zxOf %s env/system.conf >/dev/null 2>&1; [ $? -gt 0 -a $? -lt 126 ]",
+                   archive.path());
+}
+
+// Unpacks the settings file of an intact copy, and nothing else of it, as a boot would;
+// kSettings when a boot would accept it.
+[[nodiscard]] Content unpack_settings(int copy, unsigned length, const Scratch& settings) {
   const Scratch archive;
-  if (!archive.ok() || !settings.ok()) return false;
+  if (!archive.ok() || !settings.ok()) return Content::kUnknown;
   const auto keep = [&archive](const unsigned char* data, unsigned size) {
     return write_fully(archive.fd(), data, size);
   };
-  return read_archive(copy, length, keep) &&
-         run_shell("/bin/tar zxOf %s env/system.conf >%s 2>/dev/null", archive.path(),
-                   settings.path()) &&
-         calc_conf_line_num_and_check_ascii(settings.path()) >= 0;
+  if (!read_archive(copy, length, keep)) return Content::kUnknown;
+  if (!run_shell("/bin/tar zxOf %s env/system.conf >%s 2>/dev/null", archive.path(),
+                 settings.path())) {
+    return holds_no_settings(archive) ? Content::kUnfit : Content::kUnknown;
+  }
+  const bool valid = calc_conf_line_num_and_check_ascii(settings.path()) >= 0;
+  return valid ? Content::kSettings : Content::kUnfit;
 }
 
 [[nodiscard]] bool hold_the_same(const char* one_path, const char* other_path) {
@@ -154,11 +166,12 @@ bool are_equal(const CopyState& one, const CopyState& other) {
 }
 
 Content look_into(int copy, const CopyState& state, const char* path) {
+  if (!state.intact) return Content::kUnfit;
   const Scratch settings;
-  if (!state.intact || !unpack_settings(copy, state.header.length, settings))
-    return Content::kUnfit;
-  const bool same = path != nullptr && hold_the_same(settings.path(), path);
-  return same ? Content::kSameSettings : Content::kSettings;
+  const Content content = unpack_settings(copy, state.header.length, settings);
+  const bool same =
+      content == Content::kSettings && path != nullptr && hold_the_same(settings.path(), path);
+  return same ? Content::kSameSettings : content;
 }
 
 bool is_other_version(const char* settings_path) {
@@ -176,20 +189,23 @@ bool is_other_version(const char* settings_path) {
 
 BootChoice choose_as_boot(const CopyState (&copies)[2]) {
   for (int copy = kNormalIndex; copy <= kBackupIndex; ++copy) {
+    if (!copies[copy].intact) continue;
     const Scratch settings;
-    if (copies[copy].intact && unpack_settings(copy, copies[copy].header.length, settings)) {
-      return {copy, is_other_version(settings.path())};
-    }
+    const Content content = unpack_settings(copy, copies[copy].header.length, settings);
+    if (content == Content::kUnknown) return {false};
+    if (content == Content::kSettings) return {true, copy, is_other_version(settings.path())};
   }
   return {};
 }
 
-bool read_copy(int copy, Text& text) {
+Content read_copy(int copy, Text& text) {
   const CopyState state = inspect_copy(copy);
+  if (!state.intact) return Content::kUnfit;
   const Scratch settings;
-  if (!state.intact || !unpack_settings(copy, state.header.length, settings)) return false;
+  const Content content = unpack_settings(copy, state.header.length, settings);
+  if (content != Content::kSettings) return content;
   const unique_file file = open_file(settings.path(), "re");
-  return file.ok() && text.read(file.get());
+  return file.ok() && text.read(file.get()) ? content : Content::kUnknown;
 }
 
 Repair find_repair() {
@@ -198,8 +214,12 @@ Repair find_repair() {
   repair.found[kBackupIndex] = inspect_copy(kBackupIndex);
   repair.result = RepairResult::kNotNeeded;
   if (are_equal(repair.found[kNormalIndex], repair.found[kBackupIndex])) return repair;
-  repair.source = choose_as_boot(repair.found).copy;
-  repair.result = repair.source == kNeither ? RepairResult::kNoSource : RepairResult::kNeeded;
+  // An intact copy must not be given up only because there was no room to look into it.
+  const BootChoice choice = choose_as_boot(repair.found);
+  repair.source = choice.copy;
+  repair.result = !choice.known             ? RepairResult::kNotUnpacked
+                  : choice.copy == kNeither ? RepairResult::kNoSource
+                                            : RepairResult::kNeeded;
   return repair;
 }
 

@@ -18,6 +18,10 @@ inline constexpr int kNeither = -1;
 inline constexpr const char* kPartitions[] = {paths::kNormalCopy, paths::kBackupCopy};
 inline constexpr const char* kCopyNames[] = {"normal copy", "backup copy"};
 
+// Said of Content::kUnknown and its like.
+inline constexpr char kNotUnpackedReason[] =
+    "/tmp: a copy could not be unpacked there; is it full?";
+
 struct CopyState {
   bool reachable = false;     // its header could be read
   CopyHeader header = {};     // as it stands in flash; zeros when not reachable
@@ -31,8 +35,9 @@ struct CopyState {
 // "intact", or what is wrong with it, in a word or two.
 [[nodiscard]] const char* describe(const CopyState& state);
 
-// What an intact copy unpacks to, as a boot does it.
-enum class Content { kUnfit, kSettings, kSameSettings };
+// What an intact copy unpacks to, as a boot does it. It is kUnknown where it could not
+// be unpacked in /tmp, which tells nothing about the copy.
+enum class Content { kUnknown, kUnfit, kSettings, kSameSettings };
 
 // Whether these are settings that a boot would accept, and the same as the file at
 // `path` where one is given. A copy that is not intact holds none.
@@ -43,14 +48,15 @@ enum class Content { kUnfit, kSettings, kSameSettings };
 
 // What a boot, which finds no settings on the RAM disk, makes of two copies.
 struct BootChoice {
+  bool known = true;           // a copy could be unpacked, if only for a look
   int copy = kNeither;         // the first that is intact and unpacks to valid settings
   bool other_version = false;  // but it is discarded: the defaults have another "cfg_ver"
 };
 [[nodiscard]] bool is_other_version(const char* settings_path);  // than that of the defaults
 [[nodiscard]] BootChoice choose_as_boot(const CopyState (&copies)[2]);
 
-// Reads the settings file that a copy holds; false when a boot would not take it.
-[[nodiscard]] bool read_copy(int copy, Text& text);
+// Reads the settings file that a copy holds; kSettings when that was done.
+[[nodiscard]] Content read_copy(int copy, Text& text);
 
 enum class RepairResult {
   kNotNeeded,    // both held the same archive already
@@ -58,6 +64,7 @@ enum class RepairResult {
   kRepaired,     // the other copy now holds what `source` holds
   kNoSource,     // neither copy holds settings: nothing was touched
   kNotRepaired,  // the other copy's partition or memory failed, or it is too small
+  kNotUnpacked,  // /tmp has no room to see what a copy holds: nothing was touched
   kNotLocked,    // the lock could not be had: nothing was looked at
 };
 
@@ -69,7 +76,8 @@ struct Repair {
   [[nodiscard]] int target() const { return source == kNormalIndex ? kBackupIndex : kNormalIndex; }
 };
 
-// What there is to repair, without doing it: kNotNeeded, kNeeded or kNoSource.
+// What there is to repair, without doing it: kNotNeeded, kNeeded, kNoSource or
+// kNotUnpacked.
 [[nodiscard]] Repair find_repair();
 
 // Makes both copies hold what a boot takes. To be done after a boot has its

@@ -35,9 +35,14 @@ int fail_not_locked() {
               paths::kSettingsLock);
 }
 
+int fail_not_unpacked() {
+  return fail(kSystemError, "%s", kNotUnpackedReason);
+}
+
 int report_repair_of_restore(const Repair& repair) {
   if (repair.result == RepairResult::kNotLocked) return fail_not_locked();
   print_repair(repair);
+  if (repair.result == RepairResult::kNotUnpacked) return fail_not_unpacked();
   if (repair.result != RepairResult::kNotRepaired) return kDone;
   return fail(kSystemError, "%s: the settings are restored, but the %s could not be repaired",
               kPartitions[repair.target()], kCopyNames[repair.target()]);
@@ -45,6 +50,7 @@ int report_repair_of_restore(const Repair& repair) {
 
 int would_repair() {
   const Repair repair = find_repair();
+  if (repair.result == RepairResult::kNotUnpacked) return fail_not_unpacked();
   if (repair.result != RepairResult::kNeeded) {
     print_repair(repair);
     return repair.result == RepairResult::kNotNeeded ? kDone : kNotFound;
@@ -61,6 +67,7 @@ int would_restore() {
                      calc_conf_line_num_and_check_ascii(paths::kSettings) >= 0;
   const CopyState copies[2] = {inspect_copy(kNormalIndex), inspect_copy(kBackupIndex)};
   const BootChoice choice = choose_as_boot(copies);
+  if (!choice.known) return fail_not_unpacked();
   const bool outdated = valid ? is_other_version(paths::kSettings) : choice.other_version;
   if (outdated || (!valid && choice.copy == kNeither)) {
     (void)would("copy %s to %s", paths::kDefaultSettings, paths::kSettings);
@@ -97,6 +104,7 @@ int repair_flash(const Request& request) {
   const Repair repair = repair_copies();
   if (repair.result == RepairResult::kNotLocked) return fail_not_locked();
   print_repair(repair);
+  if (repair.result == RepairResult::kNotUnpacked) return fail_not_unpacked();
   if (repair.result == RepairResult::kNoSource) return kNotFound;
   if (repair.result != RepairResult::kNotRepaired) return kDone;
   return fail(kSystemError, "%s: the %s could not be repaired", kPartitions[repair.target()],

@@ -1,4 +1,5 @@
 // flash_save.cpp - settings, or the factory defaults, to both copies in flash.
+#include <errno.h>
 #include <ktcomm/flash.h>
 #include <stdio.h>
 #include <string.h>
@@ -84,7 +85,9 @@ int would_save(const char* path) {
   if (length < 0) return fail(kSystemError, "%s: could not be packed for a trial in /tmp", path);
   for (const int copy : {kBackupIndex, kNormalIndex}) {
     const FlashPartition partition(kPartitions[copy]);
-    if (partition.kind() == FlashPartition::Kind::kMissing) return fail_errno(kPartitions[copy]);
+    if (partition.kind() == FlashPartition::Kind::kMissing) {
+      return fail(kSystemError, "%s: %s", kPartitions[copy], strerror(errno));
+    }
     if (!has_room(partition, length)) {
       return fail(kSystemError, "%s: %lld bytes of packed settings do not fit in %lld",
                   kPartitions[copy], length, partition.size());
@@ -92,12 +95,10 @@ int would_save(const char* path) {
   }
   if (strcmp(path, paths::kSettings) != 0) (void)would("copy %s to %s", path, paths::kSettings);
   for (const int copy : {kBackupIndex, kNormalIndex}) {
+    constexpr const char* kHeld[] = {"unknown", "no", "other", "the same"};  // by Content
     const Content content = look_into(copy, inspect_copy(copy), path);
     (void)would("write %lld bytes to the %s, %s, which holds %s settings", length, kCopyNames[copy],
-                kPartitions[copy],
-                content == Content::kUnfit          ? "no"
-                : content == Content::kSameSettings ? "the same"
-                                                    : "other");
+                kPartitions[copy], kHeld[static_cast<int>(content)]);
   }
   return kDone;
 }

@@ -8,6 +8,7 @@
 #include "tools/flash_partition.h"
 #include "tools/ktctl.h"
 #include "tools/printer.h"
+#include "tools/settings_lock.h"
 
 namespace kt::tools {
 namespace {
@@ -87,7 +88,9 @@ void print_copy(int copy, const CopyState& state) {
 }
 
 void print_choice(const BootChoice& choice) {
-  if (choice.copy == kNeither) {
+  if (!choice.known) {
+    (void)printf("what a boot takes is not known\n");
+  } else if (choice.copy == kNeither) {
     (void)printf("a boot takes the factory defaults\n");
   } else if (choice.other_version) {
     (void)printf("a boot takes the factory defaults: the %s is of another version\n",
@@ -155,7 +158,9 @@ void put_copy(Printer& printer, int copy, const CopyState& state) {
 
 void put_choice(Printer& printer, const BootChoice& choice) {
   const bool defaults = choice.copy == kNeither || choice.other_version;
-  printer.text("boot", defaults ? "defaults" : kShortNames[choice.copy]);
+  printer.text("boot", !choice.known ? "unknown"
+                       : defaults    ? "defaults"
+                                     : kShortNames[choice.copy]);
   printer.flag("other_version", choice.other_version);
 }
 
@@ -163,7 +168,10 @@ void put_choice(Printer& printer, const BootChoice& choice) {
 
 using Verdict = StringBuffer<40>;
 
-// "intact" is the only good one.
+constexpr char kGood[] = "intact";
+constexpr char kUnknown[] = "intact, but not unpacked";
+
+// Every other one than these two is bad.
 Verdict verdict_on(int copy, const CopyState& state) {
   Verdict verdict;
   if (!state.reachable) {
@@ -174,10 +182,9 @@ Verdict verdict_on(int copy, const CopyState& state) {
     verdict.append_format("wrong length %u", state.header.length);
   } else if (!state.md5_right) {
     verdict.append("wrong MD5");
-  } else if (look_into(copy, state) == Content::kUnfit) {
-    verdict.append("holds no valid settings");
   } else {
-    verdict.append("intact");
+    constexpr const char* kVerdicts[] = {kUnknown, "holds no valid settings", kGood};
+    verdict.append(kVerdicts[static_cast<int>(look_into(copy, state))]);
   }
   return verdict;
 }
@@ -200,17 +207,22 @@ int show_flash(const Request& request) {
     print_choice(choice);
     (void)printf("the copies %s\n", equal ? "are equal" : "differ");
   }
+  if (!choice.known) return fail(kSystemError, "%s", kNotUnpackedReason);
   return equal ? kDone : kNotFound;
 }
 
 int verify_flash(const Request& request) {
+  SettingsLock lock;  // a save that is running would pass for damage
+  if (const int code = lock.wait(); code != kDone) return code;
   const CopyState copies[2] = {inspect_copy(kNormalIndex), inspect_copy(kBackupIndex)};
   const bool equal = are_equal(copies[kNormalIndex], copies[kBackupIndex]);
   Printer printer(request);
   bool good = equal;
+  bool known = true;
   for (const int copy : {kNormalIndex, kBackupIndex}) {
     const Verdict verdict = verdict_on(copy, copies[copy]);
-    good = good && verdict.view() == "intact";
+    good = good && verdict.view() == kGood;
+    known = known && verdict.view() != kUnknown;
     if (printer.plain()) {
       (void)printf("%s, %s: %s\n", kCopyNames[copy], kPartitions[copy], verdict.c_str());
     } else {
@@ -222,6 +234,7 @@ int verify_flash(const Request& request) {
   } else {
     printer.flag("equal", equal);
   }
+  if (!known) return fail(kSystemError, "%s", kNotUnpackedReason);
   return good ? kDone : kNotFound;
 }
 

@@ -8,10 +8,12 @@
 #include "base/shell.h"
 #include "base/string_buffer.h"
 #include "flash/copy_header.h"
+#include "tools/settings_lock.h"
 
 namespace kt::tools {
 
 long long packed_size(const char* path) {
+  const WaitingSignals signals;
   char folder[] = "/tmp/ktctlXXXXXX";
   if (::mkdtemp(folder) == nullptr) return -1;
   const ScopeExit remove([&folder] { (void)run_shell("/bin/rm -rf %s", folder); });

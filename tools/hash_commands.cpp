@@ -117,6 +117,9 @@ int hash_file(const Request& request, Printer& printer, const char* name) {
 }  // namespace
 
 int hash_files(const Request& request) {
+  if (request.has(Option::kSha256) && request.has(Option::kCrc16)) {
+    return fail(kUsage, "--sha256 and --crc16: one of them is wanted");
+  }
   Printer printer(request);
   if (!printer.plain()) printer.begin_list("digests");
   int worst = kDone;

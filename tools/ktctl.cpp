@@ -129,6 +129,20 @@ struct LongOptions {
   option rows[kOptionCount + 2] = {};
 };
 
+// Says what is wrong with the option at which getopt_long has stopped: a letter, maybe
+// amid others, or a `word`.
+void refuse_option(int found, const char* word) {
+  const bool is_long = optopt >= LongOptions::kFirst || optopt == LongOptions::kHelp;
+  if (found == '?' && optopt != 0 && !is_long) {
+    (void)fail(kUsage, "-%c: there is no such option", optopt);
+  } else {
+    (void)fail(kUsage, "%s: %s", word,
+               found == ':' ? "what follows is missing"
+               : is_long    ? "this option takes nothing"
+                            : "there is no such option");
+  }
+}
+
 // Reads options up to the first argument; false when one is wrong.
 bool read_options(int argc, char** argv, CommandLine& line) {
   const LongOptions options;
@@ -141,20 +155,25 @@ bool read_options(int argc, char** argv, CommandLine& line) {
       line.options |= 1u << index;
       line.request.values[index] = optarg != nullptr ? optarg : kOptions[index].name;
     } else {
-      (void)fail(kUsage, "%s: %s", argv[optind - 1],
-                 found == ':' ? "what follows is missing" : "there is no such option");
+      refuse_option(found, argv[optind - 1]);
       return false;
     }
   }
   return true;
 }
 
-// Options may stand on either side of the command's name.
+// Options may stand on either side of the command's name, and between its words.
 bool read_command_line(int argc, char** argv, CommandLine& line) {
   opterr = 0;
   if (!read_options(argc, argv, line)) return false;
   if (optind == argc) return true;
+  char* const first = argv[optind];
   if (!find_command(argc, argv, line) || !read_options(argc, argv, line)) return false;
+  if (line.group != nullptr && optind < argc) {
+    argv[--optind] = first;
+    line.group = nullptr;
+    if (!find_command(argc, argv, line) || !read_options(argc, argv, line)) return false;
+  }
   const char* const file = line.request.value(Option::kFile);
   line.request.file = file != nullptr ? file : paths::kSettings;
   line.request.count = argc - optind;
@@ -233,10 +252,11 @@ int run_command(const CommandLine& line) {
   return run_with_options(command, line.request);
 }
 
-// What was printed counts only once it has been written.
+// What was printed counts only once it has been written: a list of what differs or is
+// refused that was cut off is no answer either.
 int finish_output(int code, bool may_get_lost) {
   const bool written = fflush(stdout) == 0 && ferror(stdout) == 0;
-  if (written || may_get_lost || code != kDone) return code;
+  if (written || may_get_lost) return code;
   return fail(kSystemError, "standard output: %s", strerror(errno));
 }
 
@@ -260,7 +280,8 @@ int run(int argc, char** argv) {
                 line.group);
   }
   if (line.command == nullptr) return fail(kUsage, "no command; see ktctl --help");
-  return finish_output(run_command(line), line.command->output_may_get_lost);
+  return finish_output(run_command(line),
+                       line.command->output_may_get_lost && !line.request.dry_run());
 }
 
 // With one of the three closed, the next file opened would take its place and

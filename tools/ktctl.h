@@ -60,15 +60,16 @@ struct Request {
   [[nodiscard]] bool for_programs() const { return has(Option::kShell) || has(Option::kJson); }
 };
 
-// Prints "ktctl: " and the message to standard error and returns `code`.
+// Prints "ktctl: " and the message to standard error, a question mark for each control
+// character, and returns `code`.
 [[gnu::format(printf, 2, 3)]] int fail(ExitCode code, const char* format, ...);
 
 // The same for a file that cannot be used, with the reason that errno gives:
 // kNotFound where there is no such file, else kSystemError.
 int fail_errno(const char* path);
 
-// For --dry-run: prints "would " and the message to standard output, a question mark
-// for each control character; kDone.
+// For --dry-run: prints "would " and the message to standard output as `fail` does;
+// kDone.
 [[gnu::format(printf, 1, 2)]] int would(const char* format, ...);
 
 // Each of these runs one command and returns its exit code.

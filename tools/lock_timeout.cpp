@@ -18,11 +18,13 @@ namespace {
 constexpr useconds_t kPause_us = 10000;
 
 constinit bool limited = false;
-constinit timespec deadline = {};
+constinit int limit_s = 0;
+constinit timespec deadline = {};  // 0 until a lock has to be waited for
 
 [[nodiscard]] bool is_over() {
   timespec now = {};
   (void)::clock_gettime(CLOCK_MONOTONIC, &now);
+  if (deadline.tv_sec == 0) deadline = {now.tv_sec + limit_s, now.tv_nsec};
   return now.tv_sec > deadline.tv_sec ||
          (now.tv_sec == deadline.tv_sec && now.tv_nsec >= deadline.tv_nsec);
 }
@@ -54,8 +56,8 @@ int fail_timeout(int fd, const char* path) {
 }  // namespace
 
 void set_lock_timeout(int seconds) {
-  (void)::clock_gettime(CLOCK_MONOTONIC, &deadline);
-  deadline.tv_sec += seconds;
+  limit_s = seconds;
+  deadline = {};
   limited = true;
 }
 

@@ -10,8 +10,8 @@ namespace kt::tools {
 
 inline constexpr int kLongestLockTimeout = 86400;
 
-// From now on, over all locks by flock(2) together, those that the library takes
-// included; without it they are waited for as long as it takes.
+// From the first wait on, over all locks by flock(2) together, those that the library
+// takes included; without it they are waited for as long as it takes.
 void set_lock_timeout(int seconds);
 
 // Opens the lock file at `path` and takes the lock. Returns kDone, or the exit code

@@ -97,7 +97,6 @@ constexpr Field kSettingsFields[] = {
 };
 
 int store_settings(const Request& request, const SysLogData& before, const SysLogData& wanted) {
-  if (const int code = wait_until_unlocked(); code != kDone) return code;
   if (request.dry_run()) return would_set("[LOG]", kSettingsFields, &before, &wanted);
   if (are_equal(kSettingsFields, &before, &wanted)) return kDone;
   const Uninterrupted uninterrupted;
@@ -151,16 +150,17 @@ int clear_log(const Request& request) {
 
 int log_settings(const Request& request) {
   SysLogData data = {};
-  const int unread = read_log_settings(data);
-  if (unread != kDone) return unread;
+  int code = request.count != 0 ? wait_until_unlocked() : kDone;
+  if (code == kDone) code = read_log_settings(data);
+  if (code != kDone) return code;
   if (request.count == 0) {
     print_fields(request, kSettingsFields, &data);
     return kDone;
   }
   const SysLogData before = data;
   const std::span assignments(request.arguments, static_cast<size_t>(request.count));
-  const int unfit = set_fields(kSettingsFields, assignments, &data);
-  if (unfit != kDone) return unfit;
+  code = set_fields(kSettingsFields, assignments, &data);
+  if (code != kDone) return code;
   if (data.log_mode != 0 && data.syslog_mode != 0 && data.syslog_server[0] == '\0') {
     return fail(kRefused, "syslog_server: needed while log_mode and syslog_mode are both on");
   }

@@ -123,6 +123,8 @@ int convert(const Request& request, const Message& message, Arguments& arguments
 }  // namespace
 
 int read_log_settings(SysLogData& data) {
+  SettingsLock lock;
+  lock.try_for_a_moment();
   unique_file settings;
   const int unfit = open_settings(paths::kSettings, settings);
   if (unfit != kDone) return unfit;

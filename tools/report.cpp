@@ -7,26 +7,34 @@
 #include "tools/plain_text.h"
 
 namespace kt::tools {
+namespace {
+
+// One line, whatever names and values it holds: a question mark for each control
+// character.
+struct Message {
+  [[gnu::format(printf, 2, 0)]] Message(const char* format, va_list arguments) {
+    (void)vsnprintf(text, sizeof text, format, arguments);
+    for (char* c = text; *c != '\0'; ++c) *c = is_control(*c) ? '?' : *c;
+  }
+
+  char text[2048];
+};
+
+}  // namespace
 
 int fail(ExitCode code, const char* format, ...) {
-  char message[2048];
   va_list arguments;
   va_start(arguments, format);
-  (void)vsnprintf(message, sizeof message, format, arguments);
+  (void)fprintf(stderr, "ktctl: %s\n", Message(format, arguments).text);
   va_end(arguments);
-  (void)fprintf(stderr, "ktctl: %s\n", message);
   return code;
 }
 
 int would(const char* format, ...) {
-  char message[2048];
   va_list arguments;
   va_start(arguments, format);
-  (void)vsnprintf(message, sizeof message, format, arguments);
+  (void)printf("would %s\n", Message(format, arguments).text);
   va_end(arguments);
-  (void)printf("would ");
-  for (const char* c = message; *c != '\0'; ++c) (void)putchar(is_control(*c) ? '?' : *c);
-  (void)printf("\n");
   return kDone;
 }
 

@@ -74,6 +74,8 @@ Form form_of(const SdRecordConfig& config) {
 }
 
 int read_form(Form& form) {
+  SettingsLock lock;
+  lock.try_for_a_moment();
   unique_file settings;
   const int unfit = open_settings(paths::kSettings, settings);
   if (unfit != kDone) return unfit;
@@ -129,7 +131,6 @@ void pack_schedule(Form& form) {
 }
 
 int store(const Request& request, const Form& before, const Form& form) {
-  if (const int code = wait_until_unlocked(); code != kDone) return code;
   if (request.dry_run()) return would_set("[SDCARD]", kFields, &before, &form);
   if (are_equal(kFields, &before, &form)) return kDone;
   SdRecordConfig config = {};
@@ -170,14 +171,15 @@ void print_form(const Request& request, const Form& form) {
 
 int card_settings(const Request& request) {
   Form form = {};
-  const int unread = read_form(form);
-  if (unread != kDone) return unread;
+  int code = request.count != 0 ? wait_until_unlocked() : kDone;
+  if (code == kDone) code = read_form(form);
+  if (code != kDone) return code;
   if (request.count == 0) {
     print_form(request, form);
     return kDone;
   }
   const Form before = form;
-  int code = set_fields(kFields, {request.arguments, static_cast<size_t>(request.count)}, &form);
+  code = set_fields(kFields, {request.arguments, static_cast<size_t>(request.count)}, &form);
   if (code == kDone) code = check_changes(before, form);
   if (code != kDone) return code;
   pack_schedule(form);

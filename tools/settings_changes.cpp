@@ -100,6 +100,7 @@ int check_target(const char* path) {
 }
 
 int write_changes(const char* path, std::span<const Change> changes) {
+  if (changes.empty()) return kDone;
   if (const int code = wait_until_unlocked(); code != kDone) return code;
   const Uninterrupted uninterrupted;
   SettingsLock lock;

@@ -129,7 +129,9 @@ struct Compared {
 
 int read_target(const Target& target, Compared& content) {
   if (target.copy != kNeither) {
-    if (read_copy(target.copy, content.text)) return content.parse();
+    const Content held = read_copy(target.copy, content.text);
+    if (held == Content::kSettings) return content.parse();
+    if (held == Content::kUnknown) return fail(kSystemError, "%s", kNotUnpackedReason);
     return fail(kNotFound, "%s: holds no settings that a boot would take", target.path);
   }
   const int code = read_settings(target.path, content.text);

@@ -26,16 +26,19 @@ int wait_until_unlocked() {
   return lock.wait();
 }
 
-Uninterrupted::Uninterrupted() {
+WaitingSignals::WaitingSignals() {
   sigset_t waiting;
   (void)sigemptyset(&waiting);
   for (const int number : kWaitingSignals) (void)sigaddset(&waiting, number);
   (void)sigprocmask(SIG_BLOCK, &waiting, &before_);
-  (void)signal(SIGPIPE, SIG_IGN);
 }
 
-Uninterrupted::~Uninterrupted() {
+WaitingSignals::~WaitingSignals() {
   (void)sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+Uninterrupted::Uninterrupted() {
+  (void)signal(SIGPIPE, SIG_IGN);
 }
 
 }  // namespace kt::tools

@@ -28,18 +28,27 @@ class SettingsLock {
 [[nodiscard]] int wait_until_unlocked();
 
 // While it lives, signals wait, in this process and in the shell commands that it
-// runs: one from the terminal would end a copy command half way, or stop a
-// writer that holds the lock. From then on a reader of our output that has gone
-// is an error of that output and no signal.
-class Uninterrupted {
+// runs: one from the terminal would end such a command half way, leave scratch files
+// behind, or stop a writer that holds the lock.
+class WaitingSignals {
  public:
-  Uninterrupted();
-  Uninterrupted(const Uninterrupted&) = delete;
-  Uninterrupted& operator=(const Uninterrupted&) = delete;
-  ~Uninterrupted();
+  WaitingSignals();
+  WaitingSignals(const WaitingSignals&) = delete;
+  WaitingSignals& operator=(const WaitingSignals&) = delete;
+  ~WaitingSignals();
 
  private:
   sigset_t before_;
+};
+
+// The same for a write. From then on a reader of our output that has gone is an error
+// of that output and no signal.
+class Uninterrupted {
+ public:
+  Uninterrupted();
+
+ private:
+  WaitingSignals signals_;
 };
 
 }  // namespace kt::tools

@@ -89,9 +89,10 @@ void put_entry(Printer& printer, TraceLog log, const TraceEntry& entry) {
   printer.end_object();
 }
 
-int print_file(const char* path) {
+// An older file may have been deleted meanwhile, or there were not as many yet.
+int print_file(const char* path, bool older) {
   const unique_fd file = open_fd(path, O_RDONLY);
-  if (!file.ok()) return fail_errno(path);
+  if (!file.ok()) return older && errno == ENOENT ? kDone : fail_errno(path);
   char piece[4096];
   ssize_t size;
   while ((size = read_fully(file.get(), piece, sizeof piece)) > 0) {
@@ -100,7 +101,9 @@ int print_file(const char* path) {
   return size == 0 ? kDone : fail_errno(path);
 }
 
-int put_log(const Request& request, TraceLog log) {
+int put_log(const Request& request, TraceLog log, int current) {
+  const TracePath path = trace_file(log, current);
+  if (::access(path.c_str(), R_OK) != 0) return fail_errno(path.c_str());
   Printer printer(request);
   printer.begin_list("entries");
   TraceReader reader;
@@ -165,14 +168,13 @@ int show_trace(const Request& request) {
   if (const int code = read_trace_log(request, log); code != kDone) return code;
   const auto current = current_trace_file(log);
   if (!current) return fail(kNotFound, "%s: nothing was traced", trace_file(log, 0).c_str());
-  if (request.for_programs()) return put_log(request, log);
+  if (request.for_programs()) return put_log(request, log, *current);
   int number = request.has(Option::kAll) ? oldest_trace_file(log, *current) : *current;
-  for (; number < *current; ++number) {
-    const TracePath path = trace_file(log, number);
-    if (::access(path.c_str(), F_OK) != 0) continue;  // there were not as many yet
-    if (const int code = print_file(path.c_str()); code != kDone) return code;
+  int code = kDone;
+  for (; code == kDone && number <= *current; ++number) {
+    code = print_file(trace_file(log, number).c_str(), number < *current);
   }
-  return print_file(trace_file(log, number).c_str());
+  return code;
 }
 
 int merge_traces(const Request& request) {

@@ -1,9 +1,12 @@
 #include "tools/trace_files.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <ktcomm/log.h>
+#include <limits.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "base/io.h"
 #include "base/paths.h"
@@ -16,6 +19,12 @@ namespace {
 TracePath trace_directory(int module) {
   TracePath path;
   path.append_format("%s/%s", paths::kTraceDirectory, mod_define[module].name);
+  return path;
+}
+
+TracePath info_file(TraceLog log) {
+  TracePath path = trace_directory(log.module);
+  path.append_format("/~%d.info", log.sub);
   return path;
 }
 
@@ -68,14 +77,14 @@ TracePath trace_file(TraceLog log, int number) {
 }
 
 std::optional<int> current_trace_file(TraceLog log) {
-  TracePath path = trace_directory(log.module);
-  path.append_format("/~%d.info", log.sub);
   int words[2];  // sequence number of the next line, file number
-  const unique_fd file = open_fd(path.c_str(), O_RDONLY);
+  const unique_fd file = open_fd(info_file(log).c_str(), O_RDONLY);
   if (!file.ok() || read_fully(file.get(), words, sizeof words) != sizeof words) {
     return std::nullopt;
   }
-  return words[1];
+  const int number = words[1];
+  if (number < 0 || number == INT_MAX) return std::nullopt;  // damaged: no trace gets there
+  return number;
 }
 
 // When file N is full, file N - 1 - keep is deleted.
@@ -107,7 +116,9 @@ int read_trace_log(const Request& request, TraceLog& log) {
     return fail(kUsage, "%s: SUB is 0 or 1", request.arguments[1]);
   }
   log.sub = *sub;
-  return kDone;
+  // One that must not be read would pass for one that was not begun.
+  const TracePath info = info_file(log);
+  return ::access(info.c_str(), R_OK) == 0 || errno == ENOENT ? kDone : fail_errno(info.c_str());
 }
 
 void TraceReader::open(TraceLog log, bool older) {

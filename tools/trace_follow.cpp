@@ -3,6 +3,9 @@
 #include <poll.h>
 #include <stdio.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include "base/io.h"
 #include "base/unique_fd.h"
@@ -31,18 +34,19 @@ class Follower {
   unique_fd file_;
 };
 
-// Whether another file, or none, has the name now of the one that is open.
+// Whether another file, or none, has the name now of the one that is open, or somebody
+// has emptied that.
 bool Follower::was_replaced() const {
   struct stat ours, named;
   return ::stat(trace_file(log_, number_).c_str(), &named) != 0 ||
          ::fstat(file_.get(), &ours) != 0 || ours.st_ino != named.st_ino ||
-         ours.st_dev != named.st_dev;
+         ours.st_dev != named.st_dev || ours.st_size < ::lseek(file_.get(), 0, SEEK_CUR);
 }
 
 // Opens the first file behind the one that is open, skipping those that a rotation
 // has deleted; false when there is none yet.
 bool Follower::open_next(int current) {
-  int number = file_.ok() ? number_ + 1 : current;
+  int number = file_.ok() ? std::max(number_ + 1, oldest_trace_file(log_, current)) : current;
   for (; number <= current; ++number) {
     unique_fd next = open_fd(trace_file(log_, number).c_str(), O_RDONLY);
     if (!next.ok()) continue;

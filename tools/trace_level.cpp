@@ -74,11 +74,12 @@ int list_levels(const Request& request, int module) {
 
 int set_levels(const Request& request, int module, int wanted) {
   const auto set = [&](int pid, const TraceTables& tables, int level) {
+    if (level == wanted) return true;
     if (request.dry_run()) {
       return would("set the level of %s from %d to %d in process %d (%s)", mod_define[module].name,
                    level, wanted, pid, command_of(pid).c_str()) == kDone;
     }
-    if (level == wanted || tables.write_level(module, wanted)) return true;
+    if (tables.write_level(module, wanted) || errno == ESRCH) return true;
     (void)fail(kSystemError, "/proc/%d/mem: %s", pid, strerror(errno));
     return false;
   };

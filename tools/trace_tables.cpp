@@ -86,7 +86,14 @@ TraceTables::Found TraceTables::find(int pid, bool for_writing) {
   if (!maps.ok() || !memory_.ok() || piece_ == nullptr) {
     return errno == EACCES || errno == EPERM ? Found::kForbidden : Found::kNone;
   }
-  for (Range range; next_range(maps.get(), range);) search(range);
+  // A table may lie across the end of the file, and so in two ranges.
+  Range joined = {};
+  for (Range range; next_range(maps.get(), range); joined.end = range.end) {
+    if (range.start == joined.end) continue;
+    search(joined);
+    joined.start = range.start;
+  }
+  search(joined);
   return count_ != 0 ? Found::kFound : Found::kNone;
 }
 
@@ -102,7 +109,10 @@ bool TraceTables::write_level(int module, int level) const {
   for (int i = 0; i < count_; ++i) {
     const Address place = places_[i] + static_cast<unsigned>(module) * sizeof(mod_define_entry) +
                           offsetof(mod_define_entry, level);
-    if (!pwrite_fully(memory_.get(), &level, sizeof level, static_cast<off_t>(place))) return false;
+    if (pwrite_fully(memory_.get(), &level, sizeof level, static_cast<off_t>(place))) continue;
+    // The memory of a process that has ended takes nothing, which is told as a lack of space.
+    if (errno == ENOSPC) errno = ESRCH;
+    return false;
   }
   return true;
 }

@@ -21,7 +21,8 @@ class TraceTables {
   // Looks for the tables of a process, to be written, too, or only read.
   [[nodiscard]] Found find(int pid, bool for_writing);
 
-  // False when the process has ended, or forbids it.
+  // False when the process has ended or begun another program, or forbids it. Writing
+  // sets errno then: ESRCH for the former.
   [[nodiscard]] bool read_level(int module, int& level) const;
   [[nodiscard]] bool write_level(int module, int level) const;
 
