@@ -19,15 +19,13 @@ extern "C" int flock(int fd, int operation) noexcept {
 
 namespace {
 
-struct Event : testing::Test {
-  size_t descriptors = open_descriptors();
+struct Event : CameraTest {
   std::unique_ptr<EventConfig> config{new EventConfig};  // of their own, for the sanitizers
   std::unique_ptr<EvtSchRecord> list{new EvtSchRecord};
   void SetUp() override {
     ASSERT_EQ(system("mkdir -p /mnt/ramdisk/env /tmp/debug/cgi"), 0);
     unlink(kSettings), write_file(kDefaults, ""), take_trace();
   }
-  void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors); }
 };
 
 string replaced(const string& text, const char* mark, const string& by) {

@@ -1,5 +1,4 @@
 // The loop over descriptors, deferred calls, signals as descriptors.
-#include <dlfcn.h>
 #include <ktcomm/util_loop.h>
 #include <sys/eventfd.h>
 #include <sys/select.h>
@@ -15,9 +14,8 @@ using std::string;
 
 static int g_passes, g_nfds, g_interruptions;
 extern "C" int select(int nfds, fd_set* read, fd_set* write, fd_set* except, timeval* timeout) {
-  static const auto real = reinterpret_cast<decltype(&select)>(dlsym(RTLD_NEXT, "select"));
   ++g_passes, g_nfds = nfds;
-  return g_interruptions-- > 0 ? errno = EINTR, -1 : real(nfds, read, write, except, timeout);
+  return g_interruptions-- > 0 ? errno = EINTR, -1 : libc("select", &select)(nfds, read, write, except, timeout);
 }
 #ifndef __SANITIZE_ADDRESS__
 static bool g_no_memory;

@@ -4,37 +4,30 @@
 // used. Elsewhere /dev/mmcblk0 is a plain file, formatted by the real mkfs.vfat,
 // and mount, umount2 and statfs are played. Files below /tmp/play stand for those
 // of the same path in /proc and /sys. Sleeps take a hundredth of their time.
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <fnmatch.h>
 #include <ktcomm/log.h>
 #include <ktcomm/sdcard.h>
-#include <signal.h>
 #include <stdarg.h>
 #include <string.h>
-#include <sys/file.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/statfs.h>
 #include <time.h>
 
 #include <algorithm>
 #include <functional>
-#include <regex>
 
+#include "base/unique_fd.h"
 #include "tests/support.h"
 
 using namespace kt::test;
-using std::string;
+using std::string, std::to_string;
 
 namespace {
 
 constexpr char kCard[] = "/dev/mmcblk0", kPartition[] = "/dev/mmcblk0p1", kMount[] = "/mnt/mmc",
-               kRecording[] = "/tmp/mmcsd_rec.lock", kOperation[] = "/tmp/mmcsd_sdop.lock",
-               kFormat[] = "/tmp/mmcsd_sdfmt.lock", kQueue[] = "/tmp/mmcsd_todo.lock",
+               kRecording[] = "/tmp/mmcsd_rec.lock", kQueue[] = "/tmp/mmcsd_todo.lock",
                kWriteLock[] = "/tmp/sd_write.lock", kMounts[] = "/tmp/play/proc/mounts";
 const string kMkfs = "/sbin/mkfs.vfat /dev/mmcblk0 >/dev/null 2>/dev/null",
-             kKill = "/usr/bin/killall mmcsd_put >/dev/null 2>/dev/null; ",
              kMountCard = "mount /dev/mmcblk0 /mnt/mmc vfat 0", kUnmount = "umount2 /mnt/mmc 1";
 
 bool is_a(mode_t kind, const char* path) {
@@ -44,15 +37,17 @@ bool is_a(mode_t kind, const char* path) {
 const bool g_real = is_a(S_IFBLK, kCard) && read_file("/proc/filesystems").find("vfat") != string::npos;
 
 // What the doubles are told and have seen.
-bool g_mounted, g_busy;
+bool g_mounted, g_busy, g_deaf;
 unsigned long long g_block, g_blocks, g_free;
-int g_refused_lock, g_copies_left, g_interruptions, g_signalled;
+int g_refused_lock, g_copies_left, g_interruptions;
 std::function<void()> g_on_sleep;
-string g_calls;  // each with the locks of an operation there were
+string g_calls, g_signals;  // the calls with the marks of an operation there were
 std::vector<long> g_sleeps_ms;
-sigset_t g_signals;
 
-string marks() { return string(is_a(S_IFREG, kOperation) ? " op" : "") + (is_a(S_IFREG, kFormat) ? " fmt" : ""); }
+string marks() {
+  return string(is_a(S_IFREG, "/tmp/mmcsd_sdop.lock") ? " op" : "") +
+         (is_a(S_IFREG, "/tmp/mmcsd_sdfmt.lock") ? " fmt" : "");
+}
 void note(const string& call) { g_calls += call + marks() + "; "; }
 int fail(int error) { return errno = error, -1; }
 string played(const char* path) {
@@ -63,30 +58,23 @@ string played(const char* path) {
 
 }  // namespace
 
-#define NEXT(name) reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
-#ifdef __GLIBC__  // has names of their own for calls with large files
-#define NEXT64(name) reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name "64"))
-#else
-#define NEXT64 NEXT
-#endif
-
 extern "C" {
 int mount(const char* device, const char* directory, const char* type, unsigned long flags, const void* data) noexcept {
-  note(string("mount ") + device + " " + directory + " " + type + " " + std::to_string(flags));
-  if (g_real || data != nullptr) return NEXT(mount)(device, directory, type, flags, data);
+  note(string("mount ") + device + " " + directory + " " + type + " " + to_string(flags));
+  if (g_real || data != nullptr) return libc("mount", &mount)(device, directory, type, flags, data);
   const string card = read_file(device) + string(512, ' ');
   if (!exists(directory) || card.substr(510, 2) != "\x55\xAA") return fail(EINVAL);
   write_file(kMounts, string("tmpfs /tmp\n") + device + " /mnt/mmc vfat rw\n");
   return g_mounted = true, 0;
 }
 int umount2(const char* directory, int flags) noexcept {
-  note(string("umount2 ") + directory + " " + std::to_string(flags));
-  if (g_real) return NEXT(umount2)(directory, flags);
+  note(string("umount2 ") + directory + " " + to_string(flags));
+  if (g_real) return libc("umount2", &umount2)(directory, flags);
   if (!g_mounted || g_busy) return fail(g_busy ? EBUSY : EINVAL);
   return g_mounted = false, unlink(kMounts);
 }
 int statfs(const char* path, struct statfs* fs) noexcept {
-  if (g_real || !g_mounted) return NEXT64(statfs)(path, fs);
+  if (g_real || !g_mounted) return libc("statfs", static_cast<int (*)(const char*, struct statfs*)>(&statfs))(path, fs);
   *fs = {};
   fs->f_type = 0x4D44;
   fs->f_bsize = static_cast<decltype(fs->f_bsize)>(g_block);
@@ -96,62 +84,50 @@ int statfs(const char* path, struct statfs* fs) noexcept {
 }
 int mkdir(const char* path, mode_t mode) noexcept {
   note(string("mkdir ") + path + (mode == 0666 ? " 666" : ""));
-  return NEXT(mkdir)(path, g_real ? mode : mode | 0111);  // vfat gives directories these bits
+  return libc("mkdir", &mkdir)(path, g_real ? mode : mode | 0111);  // vfat gives directories these bits
 }
 void sync() noexcept {
   note("sync");
-  if (g_real) NEXT(sync)();
+  if (g_real) libc("sync", &sync)();
 }
 int system(const char* command) {
-  if (strncmp(command, "/sbin/", 6) == 0 || strncmp(command, "/usr/", 5) == 0) note(command);
-  if (strncmp(command, "/bin/pidof mmcsd_put ", 21) == 0) note("look");
-  return NEXT(system)(command);
+  note(strncmp(command, "/bin/pidof mmcsd_put ", 21) == 0 ? "look" : command);
+  return libc("system", &system)(command);
 }
-FILE* fopen(const char* path, const char* mode) { return NEXT64(fopen)(played(path).c_str(), mode); }
-DIR* opendir(const char* path) { return NEXT(opendir)(played(path).c_str()); }
-int mkostemp(char* path, int flags) { return g_copies_left-- != 0 ? NEXT64(mkostemp)(path, flags) : fail(ENOSPC); }
+FILE* fopen(const char* path, const char* mode) { return libc("fopen", &fopen)(played(path).c_str(), mode); }
+DIR* opendir(const char* path) { return libc("opendir", &opendir)(played(path).c_str()); }
+int mkostemp(char* path, int flags) {
+  return g_copies_left-- != 0 ? libc("mkostemp", &mkostemp)(path, flags) : fail(ENOSPC);
+}
 int fcntl(int fd, int command, ...) {
   va_list arguments;
   va_start(arguments, command);
   struct flock* const lock = va_arg(arguments, struct flock*);
   va_end(arguments);
-  const bool sets_lock = command == F_SETLK || command == F_SETLKW;
-  if (!sets_lock || lock->l_type != g_refused_lock) return NEXT64(fcntl)(fd, command, lock);
-  g_refused_lock = -1;
-  return fail(ENOLCK);
+  const bool is_refused = (command == F_SETLK || command == F_SETLKW) && lock->l_type == g_refused_lock;
+  return is_refused ? g_refused_lock = -1, fail(ENOLCK) : libc("fcntl", &fcntl)(fd, command, lock);
 }
 int fdatasync(int fd) {
   note("fdatasync");
-  return NEXT(fdatasync)(fd);
+  return libc("fdatasync", &fdatasync)(fd);
 }
 int nanosleep(const struct timespec* wanted, struct timespec* left) {
   g_sleeps_ms.push_back(static_cast<long>(wanted->tv_sec) * 1000 + wanted->tv_nsec / 1'000'000);
   if (g_on_sleep) g_on_sleep();
   *left = {0, wanted->tv_nsec - 100'000'000};
-  if (g_interruptions-- > 0) return fail(EINTR);
-  return usleep(static_cast<unsigned>(g_sleeps_ms.back()) * 10);
+  return g_interruptions-- > 0 ? fail(EINTR) : usleep(static_cast<unsigned>(g_sleeps_ms.back()) * 10);
 }
-// What follows a signal to the recorder lasts until that has noted it: a signal 22 on its way takes away an 18.
-unsigned sleep(unsigned) {
-  ++g_signalled;
-  const auto noted = [] {
-    const string lines = read_file("/tmp/signals");
-    return std::count(lines.begin(), lines.end(), '\n');
-  };
-  for (int tries = 0; tries < 10'000 && noted() < g_signalled; ++tries) usleep(1000);
-  return 0;
-}
+unsigned sleep(unsigned) { return 0; }
 }
 
 namespace {
 
 void run(string command) {
   if (command.rfind("umount;", 0) == 0) command.erase(0, mmcsd_sd_u_mount(1) == 0 ? 7 : 0);
-  ASSERT_EQ(system(command.c_str()), 0) << command;
+  ASSERT_EQ(libc("system", &system)(command.c_str()), 0) << command;
 }
 void forget() {
-  g_calls.clear();
-  g_sleeps_ms.clear();
+  g_calls.clear(), g_signals.clear(), g_sleeps_ms.clear();
   run("rm -rf /tmp/debug/*/*");
 }
 void insert_card() {
@@ -172,174 +148,115 @@ bool traced(const string& text) {
   return fnmatch(("*\\[4]\\[cgi]\\[*]" + text + "\n*").c_str(), trace.c_str(), 0) == 0;
 }
 
-class SdCard : public testing::Test {
+// The test is the recorder, too, which stops at one signal, unless deaf, and starts at the other.
+void record(int signo) {
+  g_signals += to_string(signo) + marks() + " ";
+  if (signo == 18 && !g_deaf) unlink(kRecording);
+  if (signo == 22) write_file(kRecording, "");
+}
+
+class SdCard : public CameraTest {
  protected:
   void SetUp() override {
-    run("rm -rf /tmp/mmcsd* /tmp/sd_write* /tmp/play /tmp/debug /tmp/signals; mkdir -p "
+    run("rm -rf /tmp/mmcsd* /tmp/sd_write* /tmp/play /tmp/debug; mkdir -p "
         "/mnt/ramdisk/env /tmp/debug/cgi /tmp/debug/user /tmp/play/proc /mnt/mmc");
     for (const char* path : {kSettings, kDefaults}) write_file(path, "");
     write_file("/etc/logfile", "[SD_RECORD]\n0=r0\n7=r7\n8=r8\n[SDCARD]\n3=c3\n4=c4\n5=c5\n6=c6\n");
+    write_file("/tmp/hydra.lock", to_string(getpid()));
+    for (const int signo : {18, 22}) signal(signo, record);
     add_interface("eth0", "1", "4", "02:fc:00:00:00:0A");
     insert_card();
-    for (const int number : {18, 22, SIGRTMAX}) sigaddset(&g_signals, number);
-    sigprocmask(SIG_BLOCK, &g_signals, nullptr);
     g_refused_lock = g_copies_left = -1;
-    g_interruptions = 0;
     forget();
-    descriptors_ = open_descriptors();
   }
   void TearDown() override {
-    EXPECT_EQ(open_descriptors(), descriptors_);
     g_on_sleep = nullptr;
     (void)umount2(kMount, 0);
     unlink(kPartition);
+    CameraTest::TearDown();
   }
-
- private:
-  size_t descriptors_ = 0;
-};
-
-class Child {
- public:
-  explicit Child(const std::function<int()>& body) : pid_(fork()) {
-    if (pid_ == 0) _exit(prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 ? body() : -1);
-  }
-  ~Child() { end(SIGKILL); }
-  string pid() const { return std::to_string(pid_); }
-  bool waits() { return usleep(50000), waitpid(pid_, &status_, WNOHANG) == 0; }
-  // Its status, once it has ended by itself or by a signal.
-  int end(int signal = 0) {
-    if (pid_ != 0) kill(pid_, signal), waitpid(pid_, &status_, 0), pid_ = 0;
-    return status_;
-  }
-
- private:
-  pid_t pid_;
-  int status_ = -1;
-};
-
-// Notes its signals, which SetUp has blocked, and stops recording at 18 or not.
-class Recorder {
- public:
-  explicit Recorder(bool stops)
-      : child_([stops] {
-          for (int number; sigwait(&g_signals, &number) == 0 && number != SIGRTMAX;) {
-            const string line = std::to_string(number) + marks();
-            if (number == 18 && stops) unlink(kRecording);
-            if (number == 22) write_file(kRecording, "");
-            run("echo '" + line + "' >>/tmp/signals");
-          }
-          return 0;
-        }) {
-    write_file("/tmp/hydra.lock", child_.pid());
-  }
-  ~Recorder() { unlink("/tmp/hydra.lock"); }
-  string signals() {  // The recorder ends, after what came before.
-    child_.end(SIGRTMAX);
-    string lines = read_file("/tmp/signals");
-    std::replace(lines.begin(), lines.end(), '\n', ' ');
-    g_signalled = 0;
-    return unlink("/tmp/signals") == 0 ? lines : "";
-  }
-
- private:
-  Child child_;
 };
 
 TEST_F(SdCard, state_and_sizes) {
   constexpr unsigned long long k32 = 1ULL << 32, k48 = 1ULL << 48;
   constexpr unsigned kTmpfs = 0x01021994, kFat = 0x4D44;
-  const char* const kMakeReadOnly = g_real ? "mount -o remount,ro /mnt/mmc" : "chmod 555 /mnt/mmc";
-  const struct {
-    const char* before;
-    unsigned long long block, blocks, free;
-    SdCardStatus expected;
-  } kCases[] = {{":", 4096, 1000, 250, {3, kFat, 4096000, 3072000, 1024000, 75, 0}},
-                {":", 512, 3, 1, {3, kFat, 1536, 1024, 512, 66, 0}},
-                {":", 65536, k32, 0, {3, kFat, k48, k48, 0, 100, 0}},
-                {":", 512, 0, 0, {3, kFat, 0, 0, 0, 0, 0}},
-                {"touch /tmp/mmcsd_sdfmt.lock", 1, 1, 0, {4, 0, 0, 0, 0, 0, 0}},
-                {"mv /dev/mmcblk0 /dev/away", 1, 1, 0, {0, 0, 0, 0, 0, 0, 0}},
-                {"rm /tmp/mmcsd_sdfmt.lock; mv /dev/away /dev/mmcblk0", 1, 1, 0, {3, kFat, 1, 1, 0, 100, 0}},
-                {kMakeReadOnly, 1, 4, 1, {2, kFat, 4, 3, 1, 75, 0}},
-                {"umount; chmod 755 /mnt/mmc", 1, 1, 0, {1, kTmpfs, 0, 0, 0, 0, 0}},
-                {"chmod 300 /mnt/mmc", 1, 1, 0, {0, 0, 0, 0, 0, 0, 0}},
-                {"chmod 755 /mnt/mmc; mv /mnt/mmc /mnt/away", 1, 1, 0, {0, 0, 0, 0, 0, 0, 0}}};
+  using Blocks = std::tuple<unsigned long long, unsigned long long, unsigned long long>;  // size, all, free
+  const std::tuple<const char*, Blocks, SdCardStatus> kCases[] = {
+      {":", {4096, 1000, 250}, {3, kFat, 4096000, 3072000, 1024000, 75, 0}},
+      {":", {512, 3, 1}, {3, kFat, 1536, 1024, 512, 66, 0}},
+      {":", {65536, k32, 0}, {3, kFat, k48, k48, 0, 100, 0}},
+      {":", {512, 0, 0}, {3, kFat, 0, 0, 0, 0, 0}},
+      {"touch /tmp/mmcsd_sdfmt.lock", {1, 1, 0}, {4, 0, 0, 0, 0, 0, 0}},
+      {"mv /dev/mmcblk0 /dev/away", {1, 1, 0}, {0, 0, 0, 0, 0, 0, 0}},
+      {"rm /tmp/mmcsd_sdfmt.lock; mv /dev/away /dev/mmcblk0", {1, 1, 0}, {3, kFat, 1, 1, 0, 100, 0}},
+      {g_real ? "mount -o remount,ro /mnt/mmc" : "chmod 555 /mnt/mmc", {1, 4, 1}, {2, kFat, 4, 3, 1, 75, 0}},
+      {"umount; chmod 755 /mnt/mmc", {1, 1, 0}, {1, kTmpfs, 0, 0, 0, 0, 0}},
+      {"chmod 300 /mnt/mmc", {1, 1, 0}, {0, 0, 0, 0, 0, 0, 0}},
+      {"chmod 755 /mnt/mmc; mv /mnt/mmc /mnt/away", {1, 1, 0}, {0, 0, 0, 0, 0, 0, 0}}};
   ASSERT_EQ(mmcsd_sd_u_mount(0), 0);
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.before);
-    run(c.before);
-    std::tie(g_block, g_blocks, g_free) = std::tie(c.block, c.blocks, c.free);
-    SdCardStatus out[3];
+  for (const auto& [before, blocks, status] : kCases) {
+    run(before);
+    std::tie(g_block, g_blocks, g_free) = blocks;
+    SdCardStatus out[3], expected[3];
     memset(out, '#', sizeof out);
+    memset(expected, '#', sizeof expected);
+    expected[1] = status;
     EXPECT_EQ(mmcsd_get_sd_info(&out[1]), 0);
-    EXPECT_EQ(memcmp(&out[0], &out[2], sizeof out[0]), 0);
-    EXPECT_EQ(out[1].state, c.expected.state);
-    // A real card's sizes are what they are.
-    if (g_real) memcpy(&out[1].total_bytes, &c.expected.total_bytes, 3 * 8 + 4);
-    EXPECT_EQ(memcmp(&out[1], &c.expected, sizeof out[1]), 0) << out[1].used_percent;
+    if (g_real) memcpy(&out[1].total_bytes, &status.total_bytes, 3 * 8 + 4);  // its sizes are what they are
+    EXPECT_EQ(out[1].state, status.state) << before;
+    EXPECT_EQ(memcmp(&out, &expected, sizeof out), 0) << before << out[1].used_percent;
   }
   run("mv /mnt/away /mnt/mmc");
-  EXPECT_EQ(mmcsd_get_sd_info(nullptr), -1);
+  expect_all(-1, {mmcsd_get_sd_info(nullptr), MMCSDReadConfigData(nullptr), MMCSDWriteConfigData(nullptr)});
 }
 
 TEST_F(SdCard, mounts_the_partition_if_there_is_one) {
-  EXPECT_EQ(sd_is_mounted(), 0);
-  EXPECT_EQ(mmcsd_sd_u_mount(0), 0);
-  EXPECT_EQ(sd_is_mounted(), 1);
-  EXPECT_EQ(mmcsd_sd_u_mount(1), 0);
-  EXPECT_EQ(mmcsd_sd_u_mount(1), -1);
+  const Results mounted = {sd_is_mounted(),     mmcsd_sd_u_mount(0), sd_is_mounted(),
+                           mmcsd_sd_u_mount(1), mmcsd_sd_u_mount(1), sd_is_mounted()};
+  EXPECT_EQ(mounted, (Results{0, 0, 1, 0, -1, 0}));
   run("cp -a /dev/mmcblk0 /dev/mmcblk0p1");
-  EXPECT_EQ(mmcsd_sd_u_mount(0), 0);
-  for (const int operation : {2, -1}) EXPECT_EQ(mmcsd_sd_u_mount(operation), -1);
+  EXPECT_EQ((Results{mmcsd_sd_u_mount(0), mmcsd_sd_u_mount(2), mmcsd_sd_u_mount(-1)}), (Results{0, -1, -1}));
   EXPECT_EQ(g_calls, kMountCard + "; " + kUnmount + "; " + kUnmount + "; mount /dev/mmcblk0p1 /mnt/mmc vfat 0; ");
 }
 
 TEST_F(SdCard, what_the_system_lists_is_read_in_its_lines) {
   const string head = "major minor  #blocks  name\n\n   8        0  250059096 sda\n";
-  const struct {
-    string partitions, mounts;
-    unsigned long long size;
-    int mounted;
-  } kCases[] = {{head + " 179 1 386764 mmcblk0p1\n 179 8 4096 mmcblk0boot0\n 179 0 3872256 mmcblk0\n",
-                 "none /mnt tmpfs\n/dev/x /mnt/mmc vfat\n", 3872256ULL * 1024, 1},
-                {head + " 179        0    31250432 mmcblk0", "/dev/x /mnt/mmc2", 32000442368ULL, 1},
-                {head, "none /mnt tmpfs\n/dev/x /mnt/mm vfat\n", 0, 0},
-                {"mmcblk0\n 179 0 mmcblk0\n", "", 0, 0},
-                {" 179 0 -5 mmcblk0\n", "", 0, 0},
-                {" 179 0 x mmcblk0\n", "", 0, 0},
-                {string(127, 'x') + "1 2 3 mmcblk0\n", string(247, 'x') + "/mnt/mmc\n", 3072, 1},
-                {string(126, 'x') + " 2 3 4 mmcblk0\n", string(248, 'x') + "/mnt/mmc\n", 4096, 0}};
-  for (const auto& c : kCases) {
-    write_file("/tmp/play/proc/partitions", c.partitions);
-    write_file(kMounts, c.mounts);
-    EXPECT_EQ(mmcsd_get_real_total_size(), c.size) << c.partitions;
-    EXPECT_EQ(sd_is_mounted(), c.mounted) << c.mounts;
+  const std::tuple<string, string, unsigned long long, int> kCases[] = {
+      {head + " 179 1 386764 mmcblk0p1\n 179 8 4096 mmcblk0boot0\n 179 0 3872256 mmcblk0\n",
+       "none /mnt tmpfs\n/dev/x /mnt/mmc vfat\n", 3872256ULL * 1024, 1},
+      {head + " 179        0    31250432 mmcblk0", "/dev/x /mnt/mmc2", 32000442368ULL, 1},
+      {head, "none /mnt tmpfs\n/dev/x /mnt/mm vfat\n", 0, 0},
+      {"mmcblk0\n 179 0 mmcblk0\n", "", 0, 0},
+      {" 179 0 -5 mmcblk0\n", "", 0, 0},
+      {" 179 0 x mmcblk0\n", "", 0, 0},
+      {string(127, 'x') + "1 2 3 mmcblk0\n", string(247, 'x') + "/mnt/mmc\n", 3072, 1},
+      {string(126, 'x') + " 2 3 4 mmcblk0\n", string(248, 'x') + "/mnt/mmc\n", 4096, 0},
+      {"(none)", "(none)", 0, 0}};
+  for (const auto& [partitions, mounts, size, mounted] : kCases) {
+    write_file("/tmp/play/proc/partitions", partitions);
+    write_file(kMounts, mounts);
+    if (mounts == "(none)") run("cd /tmp/play/proc; ln -sf /none mounts; ln -sf /none partitions");
+    EXPECT_EQ(mmcsd_get_real_total_size(), size) << partitions;
+    EXPECT_EQ(sd_is_mounted(), mounted) << mounts;
   }
-  run("ln -sf /none /tmp/play/proc/mounts; ln -sf /none /tmp/play/proc/partitions");
-  EXPECT_EQ(mmcsd_get_real_total_size(), 0u);
-  EXPECT_EQ(sd_is_mounted(), 0);
 }
 
 TEST_F(SdCard, recording_directory_bears_the_first_ethernet_address) {
-  const struct {
-    const char *name, *type, *index, *address, *digits;
-  } kCases[] = {{"lo", "772", "1", "00:00:00:00:00:00", "02fc0000000a"},
-                {"wlan0", "1", "12", "02:00:00:00:00:12", "02fc0000000a"},
-                {"aa", "1", "3", "fe:DC:ba:98:76:54", "fedcba987654"},
-                {"aa", "1", "3", "", ""},
-                {"aa", "1", "3", "fe:dc:ba:98:76", ""},
-                {"aa", "1", "3", "fe:dc:ba:98:76:54:32", ""},
-                {"aa", "1", "3", "fe:dc:ba:98:7:6", ""},
-                {"aa", "1", "3", "fedcba987654", ""},
-                {"[aew]*; rm -r $d; d=/tmp/x", "1", "1", "", ""}};
-  for (const auto& c : kCases) {
-    char out[KT_SD_REC_DIR_SIZE + 1];
-    memset(out, '#', sizeof out);
-    add_interface(c.name, c.type, c.index, c.address);
-    EXPECT_EQ(mmcsd_get_rec_dir(out), *c.digits != '\0' ? out : nullptr) << c.address;
-    EXPECT_EQ(*c.digits != '\0' ? out : "/mnt/mmc/ktmmc/", string("/mnt/mmc/ktmmc/") + c.digits);
-    EXPECT_EQ(out[*c.digits != '\0' ? KT_SD_REC_DIR_SIZE : 0], '#');
+  const string kCases[][5] = {{"lo", "772", "1", "00:00:00:00:00:00", "02fc0000000a"},
+                              {"wlan0", "1", "12", "02:00:00:00:00:12", "02fc0000000a"},
+                              {"aa", "1", "3", "fe:DC:ba:98:76:54", "fedcba987654"},
+                              {"aa", "1", "3", "", ""},
+                              {"aa", "1", "3", "fe:dc:ba:98:76", ""},
+                              {"aa", "1", "3", "fe:dc:ba:98:76:54:32", ""},
+                              {"aa", "1", "3", "fe:dc:ba:98:7:6", ""},
+                              {"aa", "1", "3", "fedcba987654", ""},
+                              {"[aew]*; rm -r $d; d=/tmp/x", "1", "1", "", ""}};
+  for (const auto& [name, type, index, address, digits] : kCases) {
+    string out(KT_SD_REC_DIR_SIZE + 1, '#'), expected = out;
+    if (!digits.empty()) expected.replace(0, 28, "/mnt/mmc/ktmmc/" + digits + '\0');
+    add_interface(name, type, index, address);
+    EXPECT_EQ(mmcsd_get_rec_dir(&out[0]), digits.empty() ? nullptr : &out[0]);
+    EXPECT_EQ(out, expected) << address;
   }
   EXPECT_EQ(mmcsd_check_ready(), -1);
   EXPECT_EQ(mmcsd_get_rec_dir(nullptr), nullptr);
@@ -348,48 +265,39 @@ TEST_F(SdCard, recording_directory_bears_the_first_ethernet_address) {
 TEST_F(SdCard, recording_directory_is_made_where_missing) {
   ASSERT_EQ(mmcsd_sd_u_mount(0), 0);
   const string root = "mkdir /mnt/mmc/ktmmc 666; ", own = "mkdir /mnt/mmc/ktmmc/02fc0000000a 666; ";
-  const struct {
-    const char* before;
-    int result;
-    string calls;
-  } kCases[] = {{"true", 0, root + own},
-                {"true", 0, ""},
-                {"rmdir /mnt/mmc/ktmmc/*", 0, own},
-                {"rm -r /mnt/mmc/ktmmc; touch /mnt/mmc/ktmmc", -1, own},
-                {"rm /mnt/mmc/ktmmc; ln -s /none/none /mnt/mmc/ktmmc", -1, root}};
-  for (const auto& c : kCases) {
-    if (g_real && strstr(c.before, "ln -s") != nullptr) break;  // vfat has no links
-    run(c.before);
+  const std::tuple<const char*, int, string> kCases[] = {
+      {"true", 0, root + own},
+      {"true", 0, ""},
+      {"rmdir /mnt/mmc/ktmmc/*", 0, own},
+      {"rm -r /mnt/mmc/ktmmc; touch /mnt/mmc/ktmmc", -1, own},
+      {"rm /mnt/mmc/ktmmc; ln -s /none/none /mnt/mmc/ktmmc", -1, root}};
+  for (const auto& [before, result, calls] : kCases) {
+    if (g_real && strstr(before, "ln -s") != nullptr) break;  // vfat has no links
+    run(before);
     g_calls.clear();
-    EXPECT_EQ(mmcsd_check_ready(), c.result) << c.before;
-    EXPECT_EQ(g_calls, c.calls) << c.before;
+    EXPECT_EQ(mmcsd_check_ready(), result) << before;
+    EXPECT_EQ(g_calls, calls) << before;
   }
   run("rm -rf /mnt/mmc/ktmmc");
 }
 
 TEST_F(SdCard, recorder_has_30_seconds_to_stop) {
-  const struct {
-    size_t gone_after;
-    int code;
-    const char* settings;
-    int result;
-    string logged;
-  } kCases[] = {{0, 7, "3", 0, "r7 "}, {1, 0, "", 0, ""},  {2, 7, "2", 0, "r7 "},
-                {3, 7, "1", 0, ""},    {60, 0, "", 0, ""}, {999, 7, "3", -1, ""}};
-  for (const auto& c : kCases) {
+  const std::tuple<size_t, int, const char*, int, string> kCases[] = {{0, 7, "3", 0, "r7 "}, {1, 0, "", 0, ""},
+                                                                      {2, 7, "2", 0, "r7 "}, {3, 7, "1", 0, ""},
+                                                                      {60, 0, "", 0, ""},    {999, 7, "3", -1, ""}};
+  g_deaf = true;
+  for (const auto& [polls, code, level, result, text] : kCases) {
     forget();
-    write_file(kSettings, string("[LOG]\nlog_level=") + c.settings);
+    write_file(kSettings, string("[LOG]\nlog_level=") + level);
     write_file(kRecording, "");
-    EXPECT_EQ(c.gone_after == 0 ? sd_clear_rec_lock_file() : 0, 0);
-    g_on_sleep = [&] { g_sleeps_ms.size() == c.gone_after ? unlink(kRecording) : 0; };
-    Recorder recorder(false);
-    EXPECT_EQ(sd_rec_stop(c.code), c.result) << c.gone_after;
-    std::vector<long> sleeps(std::min<size_t>(c.gone_after, 60), 500);
-    if (c.result == 0) sleeps.push_back(1000);
+    EXPECT_EQ(polls == 0 ? sd_clear_rec_lock_file() : 0, 0);
+    g_on_sleep = [n = polls] { g_sleeps_ms.size() == n ? unlink(kRecording) : 0; };
+    EXPECT_EQ(sd_rec_stop(code), result) << polls;
+    std::vector<long> sleeps(std::min<size_t>(polls, 60), 500);
+    if (result == 0) sleeps.push_back(1000);
     EXPECT_EQ(g_sleeps_ms, sleeps);
-    EXPECT_EQ(logged(), c.logged);
     EXPECT_EQ(sd_rec_start(), 0);
-    EXPECT_EQ(recorder.signals(), "18 22 ");
+    EXPECT_EQ(logged() + g_signals, text + "18 22 ");
   }
   EXPECT_EQ(sd_wait_rec_exit(), -1) << "still there";
   g_on_sleep = [] { g_sleeps_ms.size() == 3 ? unlink(kRecording) : 0; };
@@ -397,37 +305,34 @@ TEST_F(SdCard, recorder_has_30_seconds_to_stop) {
   g_sleeps_ms.clear();
   EXPECT_EQ(sd_wait_rec_exit(), 0);
   EXPECT_EQ(g_sleeps_ms, (std::vector<long>{500, 400, 300})) << "over signals";
-  EXPECT_EQ(sd_clear_rec_lock_file() + sd_rec_start(), 0) << "nothing to clear, nobody to tell";
+  unlink("/tmp/hydra.lock");
+  expect_all(0, {sd_clear_rec_lock_file(), sd_rec_start()});  // nothing to clear, nobody to tell
 }
 
 TEST_F(SdCard, trigger_program_has_11_seconds) {
   for (const size_t ends_after : {0u, 3u, 11u, 99u}) {
     forget();
-    Child program([] { return prctl(PR_SET_NAME, "mmcsd_put"), pause(); });
-    while (read_file("/proc/" + program.pid() + "/comm") != "mmcsd_put\n") usleep(1000);
-    g_on_sleep = [&] { g_sleeps_ms.size() == ends_after ? program.end(SIGINT) : 0; };
+    Program program("mmcsd_put");
+    g_on_sleep = [&] {
+      if (g_sleeps_ms.size() == ends_after) program.ended_by();
+    };
     g_on_sleep();
     EXPECT_EQ(mmcsd_wait_trigger_stop(), 0);
     std::vector<long> sleeps(std::min<size_t>(ends_after, 11), 1000);
-    if (ends_after > 11) sleeps.push_back(10);
+    string calls = "look; ";
+    for (size_t i = 0; i < sleeps.size(); ++i) calls += "look; ";
+    if (ends_after > 11) sleeps.push_back(10), calls += "/usr/bin/killall mmcsd_put >/dev/null 2>/dev/null; ";
     EXPECT_EQ(g_sleeps_ms, sleeps);
-    EXPECT_EQ(program.end(), ends_after > 11 ? SIGTERM : SIGINT);
-    string calls;
-    for (size_t i = 0; i <= std::min<size_t>(ends_after, 11); ++i) calls += "look; ";
-    EXPECT_EQ(g_calls, calls + (ends_after > 11 ? kKill : ""));
+    EXPECT_EQ(g_calls, calls);
+    EXPECT_EQ(program.ended_by(), ends_after > 11 ? SIGTERM : SIGKILL);
   }
 }
 
 TEST_F(SdCard, operations_pause_the_recorder_and_leave_no_lock) {
-  const string unmount = "look op; sync op; " + kUnmount + " op; ", format = "look op fmt; sync op fmt; " + kUnmount +
-                                                                             " op fmt; " + kMkfs + " op fmt; " +
-                                                                             kMountCard + " op fmt; ";
-  const struct {
-    int operation;
-    string before, after;
-    int result;
-    string calls, logged, signals;
-  } kCases[] = {
+  const string op = " op; ", fmt = " op fmt; ", unmount = "look" + op + "sync" + op + kUnmount + op;
+  const string format = "look" + fmt + "sync" + fmt + kUnmount + fmt + kMkfs + fmt + kMountCard + fmt;
+  const std::tuple<int, string, const char*, int, string, const char*, const char*> kCases[] = {
+      // Operation, commands before and after it, result, calls, event log, signals.
       {3, ":", ":", 0, unmount, "c3 ", "22 "},
       {3, "umount;:", ":", -1, unmount, "c3 c4 ", "22 "},
       {3, ": busy", ":", -1, unmount, "c3 c4 ", "22 "},
@@ -436,10 +341,8 @@ TEST_F(SdCard, operations_pause_the_recorder_and_leave_no_lock) {
       {3, "mkdir /tmp/mmcsd_sdop.lock", "rmdir /tmp/mmcsd_sdop.lock", -1, "", "", "22 "},
       {3, "rm -f /tmp/mmcsd_todo.lock; mkdir /tmp/mmcsd_todo.lock", "rmdir /tmp/mmcsd_todo.lock", -1, "", "", ""},
       {2, ":", ":", 0, format, "c5 ", "22 "},
-      {2,
-       "umount; cp -a /dev/mmcblk0 /dev/mmcblk0p1; dd if=/dev/zero of=/dev/mmcblk0 bs=512 count=1 conv=notrunc "
-       "2>/dev/null",
-       ":", 0, format, "c5 ", "22 "},
+      {2, "umount; cd /dev; cp -a mmcblk0 mmcblk0p1; dd if=zero of=mmcblk0 bs=512 count=1 conv=notrunc 2>null", ":", 0,
+       format, "c5 ", "22 "},
       // The real mkfs.vfat refuses a card that is mounted still.
       {2, ": busy", ":", g_real ? -1 : 0, format, g_real ? "c6 " : "c5 ", "22 "},
       {2, "touch /tmp/mmcsd_rec.lock", ":", 0, format, "c5 r8 ", "18 22 "},
@@ -451,92 +354,87 @@ TEST_F(SdCard, operations_pause_the_recorder_and_leave_no_lock) {
       {2, "mkdir /tmp/mmcsd_sdfmt.lock", "rmdir /tmp/mmcsd_sdfmt.lock", -1, "", "", "22 "},
       {1, "touch /tmp/mmcsd_rec.lock", ":", -1, "", "", "18 22 "},
       {0, "touch /tmp/mmcsd_rec.lock # deaf", ":", -1, "", "", "18 22 "}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(std::to_string(c.operation) + " after " + c.before);
-    const bool deaf = c.before.find("deaf") != string::npos;
+  for (const auto& [operation, before, after, result, calls, texts, signals] : kCases) {
+    SCOPED_TRACE(to_string(operation) + " after " + before);
     insert_card();
     EXPECT_EQ(mmcsd_sd_u_mount(0), 0);
-    run(c.before);
-    g_busy = c.before.find("busy") != string::npos;
-    const int in_use = g_busy ? open(kMount, O_RDONLY | O_CLOEXEC) : -1;
+    run(before);
+    g_deaf = before.find("deaf") != string::npos;
+    g_busy = before.find("busy") != string::npos;
+    kt::unique_fd in_use(g_busy ? open(kMount, O_RDONLY | O_CLOEXEC) : -1);
     forget();
-    Recorder recorder(!deaf);
-    EXPECT_EQ(mmcsd_todo(c.operation), c.result);
-    EXPECT_EQ(recorder.signals(), c.signals);
-    EXPECT_EQ(logged(), c.logged);
-    EXPECT_EQ(g_calls, c.calls);
-    EXPECT_EQ(traced("mmcsd_todo(945): Failed to stop sd recording ..."), deaf);
+    EXPECT_EQ(mmcsd_todo(operation), result);
+    EXPECT_EQ(logged() + "/" + g_signals, string(texts) + "/" + signals);
+    EXPECT_EQ(g_calls, calls);
+    EXPECT_EQ(traced("mmcsd_todo(945): Failed to stop sd recording ..."), g_deaf);
     EXPECT_EQ(marks(), "");
     EXPECT_FALSE(exists(kPartition));
-    g_busy = g_busy && close(in_use) != 0;
-    run(c.after);
+    g_busy = false, in_use.reset();
+    run(after);
     unlink(kRecording);
     (void)umount2(kMount, 0);
   }
 }
 
 TEST_F(SdCard, operations_take_their_turn) {
-  const int queue = open(kQueue, O_RDWR | O_CREAT | O_CLOEXEC, 0700);
-  ASSERT_EQ(flock(queue, LOCK_EX), 0);
-  Recorder recorder(true);
-  Child second([] {  // its queue gets descriptor 0 and is left all the same
+  const kt::unique_fd queue(open(kQueue, O_RDWR | O_CREAT | O_CLOEXEC, 0700));
+  ASSERT_EQ(flock(queue.get(), LOCK_EX), 0);
+  const pid_t second = start_child([] {  // its queue gets descriptor 0 and is left all the same
     if (close(0) != 0 || mmcsd_todo(1) != -1 || open(kQueue, O_RDWR) != 0) return 1;
     return flock(0, LOCK_EX | LOCK_NB) == 0 ? 0 : 2;
   });
-  EXPECT_TRUE(second.waits());
-  EXPECT_FALSE(exists("/tmp/signals"));
-  flock(queue, LOCK_UN);
-  EXPECT_EQ(second.end(), 0);
-  EXPECT_EQ(recorder.signals(), "22 ");
-  close(queue);
+  usleep(50000);
+  EXPECT_EQ(waitpid(second, nullptr, WNOHANG), 0);
+  flock(queue.get(), LOCK_UN);
+  EXPECT_EQ(wait_for_child(second), 0);
 }
 
 TEST_F(SdCard, data_is_synced_under_the_write_lock) {
-  const auto expect = [](int fd, int result, const string& trace, const char* calls) {
+  const kt::unique_fd null(open("/dev/null", O_RDWR | O_CLOEXEC));  // syncing it fails
+  const string open_error = "open sdcard writing lock file error!";
+  const std::tuple<const char*, int, int, int, string, string> kCases[] = {
+      // Command before, descriptor, lock refused, result, trace, calls.
+      {":", -1, -1, -1, " invalid fd!", ""},
+      {"[ ! -e /tmp/sd_write.lock ]", null.get(), -1, 0, "", "fdatasync; "},
+      {":", null.get(), F_WRLCK, -1, "Failed to lock sdcard writing file", ""},
+      {":", null.get(), F_UNLCK, -1, "Failed to unlock sdcard writing file", "fdatasync; "},
+      {"rm /tmp/sd_write.lock; mkdir /tmp/sd_write.lock", null.get(), -1, -1, open_error, ""},
+      {"rmdir /tmp/sd_write.lock", null.get(), -1, 0, "", "fdatasync; "}};
+  for (const auto& [before, fd, refused, result, trace, calls] : kCases) {
+    run(before);
     forget();
-    EXPECT_EQ(fdatasync_sdcard(fd), result);
+    g_refused_lock = refused;
+    EXPECT_EQ(fdatasync_sdcard(fd), result) << trace;
     EXPECT_EQ(traced("fdatasync_sdcard(*):" + trace), !trace.empty()) << trace;
     EXPECT_EQ(g_calls, calls);
-  };
-  expect(-1, -1, " invalid fd!", "");
-  EXPECT_FALSE(exists(kWriteLock));
-  const int file = open("/dev/null", O_RDWR | O_CLOEXEC);
-  expect(file, 0, "", "fdatasync; ");  // which fails
+  }
   struct stat status;
   ASSERT_EQ(stat(kWriteLock, &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0700u);
+  EXPECT_EQ(in_child([&] { return close(0) + fdatasync_sdcard(null.get()) + 1; }), 0);
+  EXPECT_TRUE(traced("fdatasync_sdcard(*):" + open_error)) << "descriptor 0";
 
-  Child holder([] {
+  const pid_t holder = start_child([] {
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     fcntl(open(kWriteLock, O_RDWR | O_CLOEXEC), F_SETLKW, &lock);
-    return mkdir("/tmp/mmcsd_held", 0700) + pause();
+    write_file("/tmp/mmcsd_held", "");
+    return usleep(200000) + unlink("/tmp/mmcsd_held") + raise(SIGKILL);
   });
   while (!exists("/tmp/mmcsd_held")) usleep(1000);
-  Child waiting([&] { return fdatasync_sdcard(file); });
-  EXPECT_TRUE(waiting.waits());
-  holder.end(SIGKILL);
-  EXPECT_EQ(waiting.end(), 0);
-
-  g_refused_lock = F_WRLCK;
-  expect(file, -1, "Failed to lock sdcard writing file", "");
-  g_refused_lock = F_UNLCK;
-  expect(file, -1, "Failed to unlock sdcard writing file", "fdatasync; ");
-  EXPECT_EQ(in_child([&] { return close(0) == 0 && fdatasync_sdcard(file) == -1 ? 0 : 1; }), 0);
-  EXPECT_TRUE(traced("fdatasync_sdcard(*):open sdcard writing lock file error!"));
-  run("rm /tmp/sd_write.lock; mkdir /tmp/sd_write.lock");
-  expect(file, -1, "open sdcard writing lock file error!", "");
-  close(file);
+  EXPECT_EQ(fdatasync_sdcard(null.get()), 0);
+  EXPECT_FALSE(exists("/tmp/mmcsd_held")) << "did not wait";
+  EXPECT_EQ(wait_for_child(holder), -SIGKILL);
 }
 
 // The numbers in the order of the fields, and the items that are not empty.
 string text_of(const SdRecordConfig& config) {
-  string text = std::to_string(config.rec_enable);
+  string text = to_string(config.rec_enable);
   for (const int number : {config.disk_ctrl, config.stream_id, config.file_ctrl, config.duration})
-    text += " " + std::to_string(number);
-  text += " " + std::to_string(config.file_size);
+    text += " " + to_string(number);
+  text += " " + to_string(config.file_size);
   for (const char(&item)[14] : config.schedule)
-    if (item[0] != '\0') text += " " + std::to_string(&item - config.schedule) + ":" + item;
+    if (item[0] != '\0') text += " " + to_string(&item - config.schedule) + ":" + item;
   return text;
 }
 
@@ -547,31 +445,29 @@ TEST_F(SdCard, settings_are_read_with_defaults_and_units) {
     ten += string(1, c) + ",00:00,24:00;";
     ten_items += string(" ") + c + ":" + c + ",00:00,24:00";
   }
-  const struct {
-    string settings, expected;
-  } kCases[] = {{"", numbers},
-                {"enable=1\nsdcard_rec_disk_ctrl=2\nsdcard_rec_stream_id=3\nsdcard_rec_file_ctrl=4\n"
-                 "sdcard_rec_duration=5\nsdcard_rec_file_size=4096\n",
-                 "1 2 3 4 300 4294967296"},
-                {"duration=-1", "0 0 1 60 -60 10485760"},
-                {"duration=71582789", "0 0 1 60 44 10485760"},
-                {"schedule=", numbers},
-                {"schedule=" + item, numbers + " 0:" + item},
-                {"schedule=1,09:00,17:0", numbers},
-                {"schedule=" + item + "x" + item + ";;", numbers + " 0:" + item + " 1:" + item},
-                {"schedule=1,09:00-17:00;" + item, numbers + " 1:" + item},
-                {"schedule=1,009:0,17:00;" + item, numbers + " 1:" + item},
-                {"schedule=" + item + ";;" + item, numbers + " 0:" + item},
-                {"schedule=1,9:0,7:00;" + item, numbers + " 0:1,9:0,7:00;1,"},
-                {ten, ten_items},
-                {ten + string(115, 'x'), ten_items},
-                {ten + string(300, 'x'), ten_items}};
+  const string kCases[][2] = {{"", numbers},
+                              {"enable=1\nsdcard_rec_disk_ctrl=2\nsdcard_rec_stream_id=3\nsdcard_rec_file_ctrl=4\n"
+                               "sdcard_rec_duration=5\nsdcard_rec_file_size=4096\n",
+                               "1 2 3 4 300 4294967296"},
+                              {"duration=-1", "0 0 1 60 -60 10485760"},
+                              {"duration=71582789", "0 0 1 60 44 10485760"},
+                              {"schedule=", numbers},
+                              {"schedule=" + item, numbers + " 0:" + item},
+                              {"schedule=1,09:00,17:0", numbers},
+                              {"schedule=" + item + "x" + item + ";;", numbers + " 0:" + item + " 1:" + item},
+                              {"schedule=1,09:00-17:00;" + item, numbers + " 1:" + item},
+                              {"schedule=1,009:0,17:00;" + item, numbers + " 1:" + item},
+                              {"schedule=" + item + ";;" + item, numbers + " 0:" + item},
+                              {"schedule=1,9:0,7:00;" + item, numbers + " 0:1,9:0,7:00;1,"},
+                              {ten, ten_items},
+                              {ten + string(115, 'x'), ten_items},
+                              {ten + string(300, 'x'), ten_items}};
   SdRecordConfig records[3];
-  for (const auto& c : kCases) {
+  for (const auto& [settings, expected] : kCases) {
     memset(records, '#', sizeof records);
-    write_file(kSettings, "[SDCARD]\nsdcard_rec_" + c.settings + "\n");
+    write_file(kSettings, "[SDCARD]\nsdcard_rec_" + settings + "\n");
     EXPECT_EQ(MMCSDReadConfigData(&records[1]), 0);
-    EXPECT_EQ(text_of(records[1]), c.expected) << c.settings;
+    EXPECT_EQ(text_of(records[1]), expected) << settings;
     EXPECT_EQ(records[1].card.state, 1);
     EXPECT_EQ(memcmp(records[1].reserved1, records[0].reserved1, 8), 0);
     EXPECT_EQ(records[1].reserved2, records[0].reserved2);
@@ -581,7 +477,6 @@ TEST_F(SdCard, settings_are_read_with_defaults_and_units) {
   unlink(kSettings);
   EXPECT_EQ(MMCSDReadConfigData(&records[1]), -1);
   EXPECT_EQ(memcmp(&records[0], &records[1], sizeof records[0]), 0);
-  EXPECT_EQ(MMCSDReadConfigData(nullptr), -1);
 }
 
 TEST_F(SdCard, settings_are_written_in_order_up_to_the_first_that_fails) {
@@ -589,20 +484,17 @@ TEST_F(SdCard, settings_are_written_in_order_up_to_the_first_that_fails) {
       "[SDCARD]\nsdcard_rec_enable=1\nsdcard_rec_stream_id=3\nsdcard_rec_disk_ctrl=2\n"
       "sdcard_rec_file_ctrl=4\nsdcard_rec_duration=60\nsdcard_rec_file_size=11\n";
   string ten;
-  for (int i = 0; i < 10; ++i) ten += std::to_string(i) + ",00:00,24:00x";
-  const struct {
-    string items;  // in fields of 14 characters
-    string schedule;
-  } kCases[] = {{"1,09:00,17:00|             |3,00:00,24:00|", "1,09:00,17:00;"},
-                {"1,09:00,17:00|2,09:00,17:0||3,00:00,24:00|", "1,09:00,17:00;"},
-                {"1,09:00,17:00xany_13_letter|", "1,09:00,17:00;any_13_letter;"},
-                {ten, std::regex_replace(ten, std::regex("x"), ";")},
-                {"", ""}};
-  for (const auto& c : kCases) {
+  for (int i = 0; i < 10; ++i) ten += to_string(i) + ",00:00,24:00;";
+  const string kCases[][2] = {// fields of 14 characters, '|' for NUL; what is stored
+                              {"1,09:00,17:00||||||||||||||||3,00:00,24:00|", "1,09:00,17:00;"},
+                              {"1,09:00,17:00|2,09:00,17:0||3,00:00,24:00|", "1,09:00,17:00;"},
+                              {"1,09:00,17:00xany_13_letter|", "1,09:00,17:00;any_13_letter;"},
+                              {ten, ten},
+                              {"", ""}};
+  for (const auto& [items, schedule] : kCases) {
     SdRecordConfig config = {{}, 1, {}, 2, 3, 4, 3659, 0, (12ULL << 20) - 1, {}};
-    for (size_t i = 0; i < c.items.size(); ++i)
-      (&config.schedule[0][0])[i] = c.items[i] == '|' || c.items[i] == ' ' ? '\0' : c.items[i];
-    const string whole = numbers + "sdcard_rec_schedule=" + c.schedule + "\n";
+    std::replace_copy(items.begin(), items.end(), &config.schedule[0][0], '|', '\0');
+    const string whole = numbers + "sdcard_rec_schedule=" + schedule + "\n";
     for (int copies = 0; copies <= 7; ++copies) {
       write_file(kSettings, "");
       g_copies_left = copies;
@@ -612,7 +504,6 @@ TEST_F(SdCard, settings_are_written_in_order_up_to_the_first_that_fails) {
       EXPECT_EQ(std::count(written.begin(), written.end(), '='), copies);
     }
   }
-  EXPECT_EQ(MMCSDWriteConfigData(nullptr), -1);
 }
 
 }  // namespace

@@ -37,17 +37,15 @@ Info read_info(const string& directory, int sub) {
   return info;
 }
 
-class Trace : public testing::Test {
+class Trace : public Relay, public CameraTest {
  protected:
-  const Relay relay_{"/tmp/syslog.daemon"};
-  const size_t descriptors_ = open_descriptors();
+  Trace() : Relay("/tmp/syslog.daemon") {}
   void SetUp() override {
     ASSERT_EQ(system("cd /tmp && rm -rf debug && mkdir -p debug/system debug/kernel debug/misc && "
                      "mv syslog.daemon debug"),
               0);
     (void)requests();
   }
-  void TearDown() override { EXPECT_EQ(open_descriptors(), descriptors_); }
 };
 
 TEST(Modules, rows_are_what_programs_expect) {
@@ -74,8 +72,8 @@ TEST_F(Trace, line_holds_level_module_local_time_and_sequence_number) {
   const string content = read_file(kSystem + "0-0.log");
   std::smatch parts;
   ASSERT_TRUE(regex_match(content, parts, form)) << content;
-  EXPECT_EQ(relay_.receive(), parts[1]);
-  EXPECT_EQ(relay_.receive(), parts[3]);
+  EXPECT_EQ(receive(), parts[1]);
+  EXPECT_EQ(receive(), parts[3]);
   tm local = {};
   strptime(parts[2].str().c_str(), "%Y-%m-%d %H:%M:%S", &local);
   EXPECT_TRUE(before <= mktime(&local) && mktime(&local) <= time(nullptr)) << content;
@@ -97,7 +95,7 @@ TEST_F(Trace, filtered_and_wrong_calls_touch_nothing) {
   mod_define[1].level = 8;
   EXPECT_EQ(errno, 4711);
   EXPECT_TRUE(files_in("/tmp/debug/system").empty() && files_in("/tmp/debug/kernel").empty());
-  EXPECT_EQ(relay_.receive(), "(none)");
+  EXPECT_EQ(receive(), "(none)");
 }
 
 TEST_F(Trace, rotation) {
@@ -141,7 +139,7 @@ TEST_F(Trace, neither_missing_directory_nor_stuck_relay_stops_anybody) {
   errno = 4711;
   EXPECT_EQ(KT_DEBUGn_in(4, 11, 0, "lost\n"), 0);
   EXPECT_EQ(errno, 4711);
-  EXPECT_TRUE(regex_match(relay_.receive(), std::regex(R"(\[4\]\[ddns\].*\[0\]lost\n)")));
+  EXPECT_TRUE(regex_match(receive(), std::regex(R"(\[4\]\[ddns\].*\[0\]lost\n)")));
   EXPECT_FALSE(exists("/tmp/debug/ddns"));
   alarm(20);  // the relay is full after some ten datagrams
   for (int i = 0; i < 300; ++i) EXPECT_EQ(KT_DEBUGn_in(4, 0, 0, "%d\n", i), 0);
@@ -235,12 +233,6 @@ TEST_F(Trace, settings_have_defaults_and_bounds) {
   EXPECT_EQ(DEBUGReadConfigData(config) + DEBUGWriteConfigData(&written), -2);
   EXPECT_EQ(config->syslog_port, 514);
   EXPECT_EQ(DEBUGReadConfigData(nullptr) + DEBUGWriteConfigData(nullptr), -2);
-}
-
-TEST_F(Trace, keeps_no_descriptor_and_no_memory) {
-  expect_nothing_kept("trace", [] { KT_DEBUGn_in(4, 1, 1, "%d\n", 1); });
-  expect_nothing_kept(
-      "flash", [] { save_debug_to_flash(1, 1, 1, 0); }, 500);
 }
 
 }  // namespace
