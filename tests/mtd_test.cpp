@@ -16,9 +16,8 @@ using std::string;
 
 namespace {
 
-constexpr int kDevice = 1000;  // no descriptor of the process
-constexpr int kAll = INT_MAX;  // in a script: all that is asked for
-std::deque<int> g_script;      // what the next requests come to: a count or answer, or -errno
+constexpr int kDevice = 1000, kAll = INT_MAX;  // no descriptor of the process; in a script: all that is asked for
+std::deque<int> g_script;                      // what the next requests come to: a count or answer, or -errno
 string g_written;
 mtd_info_user g_info;  // what MEMGETINFO fills in
 long long g_asked;     // the offset of the last MEMGETBADBLOCK
@@ -70,7 +69,7 @@ TEST(Geometry, supported_kinds_and_single_fields) {
       {512, 16, MTD_MLCNANDFLASH, prefix + "Unknow flash type, type=8\n"}};
   mtd_info_user info;
   const auto fields = [] {
-    std::vector<long long> all = {kt_flash_get_logical_size(kDevice)};
+    Results all = {kt_flash_get_logical_size(kDevice)};
     for (const int which : {0, 1, 2, 7, -1}) all.push_back(kt_flash_mtdinfo(kDevice, which));
     return all;
   };
@@ -80,9 +79,9 @@ TEST(Geometry, supported_kinds_and_single_fields) {
     EXPECT_EQ(kt_flash_get_mtdinfo(kDevice, &info), trace.empty() ? 0 : -1) << page;
     EXPECT_EQ(memcmp(&info, &g_info, sizeof info), 0) << "filled also when refused";
     EXPECT_EQ(take_trace(), trace);
-    EXPECT_EQ(fields(), (std::vector<long long>{0x90000000u, spare, page, 131072, 0, 0}));
+    EXPECT_EQ(fields(), (Results{0x90000000u, spare, page, 131072, 0, 0}));
   }
-  EXPECT_EQ(fields(), (std::vector<long long>{UINT_MAX - 1, -1, -1, -1, -1, -1})) << "the request comes first";
+  EXPECT_EQ(fields(), (Results{UINT_MAX - 1, -1, -1, -1, -1, -1})) << "the request comes first";
   EXPECT_EQ(kt_flash_get_mtdinfo(kDevice, &info), -1);
   g_script = {0, 0};
   EXPECT_EQ(kt_flash_get_mtdinfo(0, &info) + kt_flash_get_mtdinfo(kDevice, nullptr), -2);
@@ -131,18 +130,16 @@ TEST(Transfer, whole_or_failed) {
 
 TEST(Transfer, arguments_are_checked_in_order) {
   unsigned char byte = '#';
-  string expected;
   for (const unsigned length : {0u, 1u}) {
-    EXPECT_EQ(read_data_fully(0, &byte, length) + read_data_fully(kDevice, nullptr, length), -2);
-    EXPECT_EQ(write_data_fully(0, &byte, length) + write_data_fully(kDevice, nullptr, length), -2);
-    for (const string verb : {"read", "read", "write", "write"}) {
-      expected += "4 " + verb + "_data_fully()" + verb + "_data_fully():Invalid parameters!\n";
-    }
+    expect_all(-1, {read_data_fully(0, &byte, length), read_data_fully(kDevice, nullptr, length),
+                    write_data_fully(0, &byte, length), write_data_fully(kDevice, nullptr, length)});
   }
-  EXPECT_EQ(read_data_fully(kDevice, &byte, 0), 0);
-  EXPECT_EQ(write_data_fully(kDevice, &byte, 0), 0);
-  expected += "8 read_data_fully()(read_data_fully())No data to read\n";
-  EXPECT_EQ(take_trace(), expected + "8 write_data_fully()(write_data_fully())No data to write\n");
+  expect_all(0, {read_data_fully(kDevice, &byte, 0), write_data_fully(kDevice, &byte, 0)});
+  const string name = "_data_fully()", bad = name + ":Invalid parameters!\n";
+  const string read = "4 read" + name + "read" + bad, write = "4 write" + name + "write" + bad;
+  EXPECT_EQ(take_trace(), read + read + write + write + read + read + write + write +
+                              "8 read_data_fully()(read_data_fully())No data to read\n"
+                              "8 write_data_fully()(write_data_fully())No data to write\n");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <regex>
+#include <sstream>
 
 #include "tests/log_support.h"
 
@@ -49,13 +50,12 @@ class Trace : public Relay, public CameraTest {
 };
 
 TEST(Modules, rows_are_what_programs_expect) {
-  string text;
+  std::ostringstream text;
   for (const auto& [name, slots, size, count, keep, level] : mod_define) {
-    text += (name != nullptr ? name : "end") + (" " + to_string(count)) + to_string(keep[0]) + to_string(keep[1]) +
-            to_string(level) + ",";
-    EXPECT_TRUE(slots == keep[0] + keep[1] && size == (name != nullptr ? 16384 : 0)) << text;
+    text << (name != nullptr ? name : "end") << ' ' << count << keep[0] << keep[1] << level << ',';
+    EXPECT_TRUE(slots == keep[0] + keep[1] && size == (name != nullptr ? 16384 : 0)) << name;
   }
-  EXPECT_EQ(text,
+  EXPECT_EQ(text.str(),
             "system 1108,kernel 2408,sensor_daemon 2008,stream_server 2218,event 2208,upnpigd 1008,"
             "upnp 1008,web 1208,cgi 1208,dhcpc 1108,ntp 1008,ddns 1008,ftpc 1008,smtpc 1008,oem 1008,"
             "misc 1108,stunnel_https 1008,end 0000,");
@@ -65,15 +65,13 @@ TEST_F(Trace, line_holds_level_module_local_time_and_sequence_number) {
   set_zone("KTT-5:45");
   const time_t before = time(nullptr);
   write_file(kSystem + "~0.info", "\5\5\5\5\5\5\5");  // a short one reads as zeros
-  EXPECT_EQ(KT_DEBUGn_in(8, 0, 0, "%s(%d)a\n", "main", 12), 0);
-  EXPECT_EQ(KT_DEBUGn_in(-3, 0, 0, "%5.1f", 2.25), 0);
+  expect_all(0, {KT_DEBUGn_in(8, 0, 0, "%s(%d)a\n", "main", 12), KT_DEBUGn_in(-3, 0, 0, "%5.1f", 2.25)});
   const std::regex form(R"((\[8\]\[system\]\[(.{19}) \d{6}\]\[0\]main\(12\)a\n))"
                         R"((\[-3\]\[system\]\[.{19} \d{6}\]\[1\]  2.2))");
   const string content = read_file(kSystem + "0-0.log");
   std::smatch parts;
   ASSERT_TRUE(regex_match(content, parts, form)) << content;
-  EXPECT_EQ(receive(), parts[1]);
-  EXPECT_EQ(receive(), parts[3]);
+  for (const size_t line : {1, 3}) EXPECT_EQ(receive(), parts[line]);
   tm local = {};
   strptime(parts[2].str().c_str(), "%Y-%m-%d %H:%M:%S", &local);
   EXPECT_TRUE(before <= mktime(&local) && mktime(&local) <= time(nullptr)) << content;
@@ -87,58 +85,45 @@ TEST_F(Trace, filtered_and_wrong_calls_touch_nothing) {
   const char* const no_format = nullptr;
   mod_define[1].level = 4;
   errno = 4711;
-  for (const auto& [level, module, sub] :
-       {std::array{9, 0, 0}, {5, 1, 0}, {1, -1, 0}, {1, 17, 0}, {1, 0, -1}, {1, 0, 2}}) {
-    EXPECT_EQ(KT_DEBUGn_in(level, module, sub, "%d\n", 1), -1) << level << module << sub;
-  }
-  EXPECT_EQ(KT_DEBUGn_in(1, 0, 0, no_format), -1);
+  const std::array<int, 3> kCalls[] = {{9, 0, 0}, {5, 1, 0}, {1, -1, 0}, {1, 17, 0}, {1, 0, -1}, {1, 0, 2}};
+  for (const auto& [level, module, sub] : kCalls) EXPECT_EQ(KT_DEBUGn_in(level, module, sub, "%d\n", 1), -1) << module;
+  EXPECT_TRUE(KT_DEBUGn_in(1, 0, 0, no_format) == -1 && errno == 4711);
   mod_define[1].level = 8;
-  EXPECT_EQ(errno, 4711);
   EXPECT_TRUE(files_in("/tmp/debug/system").empty() && files_in("/tmp/debug/kernel").empty());
   EXPECT_EQ(receive(), "(none)");
 }
 
 TEST_F(Trace, rotation) {
-  const struct {
-    const char* what;
-    int module, sub;
-    unsigned file;
-    size_t size;  // of the current file, before a line of 100 bytes
-    unsigned rotates;
-    string deleted, kept;
-  } kCases[] = {{"exactly full", 0, 0, 5, 16284, 0, "0-2", "0-3"},
-                {"one byte more", 0, 0, 5, 16285, 1, "0-3", "0-4"},
-                {"beyond the limit", 0, 0, 5, 20000, 1, "0-3", "0-2"},
-                {"no file below 0", 0, 0, 0, 16384, 1, "0-4294967294", "0--2"},
-                {"keep of the sub-log", 1, 1, 2, 16384, 1, "1-1", "1-0"},
-                {"keep 4", 1, 0, 9, 16384, 1, "0-4", "0-5"}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.what);
-    const string directory = string("/tmp/debug/") + mod_define[c.module].name + "/";
-    const string sub = to_string(c.sub), current = directory + sub + "-" + to_string(c.file) + ".log";
-    const string next = directory + sub + "-" + to_string(c.file + 1) + ".log";
-    const Info info = {7, c.file};
-    write_file(directory + "~" + sub + ".info", {reinterpret_cast<const char*>(&info), sizeof info});
-    write_file(current, string(c.size, 'x'));
-    for (const string& name : {c.deleted, c.kept}) write_file(directory + name + ".log", "");
+  const std::tuple<const char*, int, int, unsigned, size_t, unsigned, string, string> kCases[] = {
+      // module, sub-log, file, its size before a line of 100 bytes, rotates, deleted, kept
+      {"exactly full", 0, 0, 5, 16284, 0, "0-2", "0-3"},
+      {"one byte more", 0, 0, 5, 16285, 1, "0-3", "0-4"},
+      {"beyond the limit", 0, 0, 5, 20000, 1, "0-3", "0-2"},
+      {"no file below 0", 0, 0, 0, 16384, 1, "0-4294967294", "0--2"},
+      {"keep of the sub-log", 1, 1, 2, 16384, 1, "1-1", "1-0"},
+      {"keep 4", 1, 0, 9, 16384, 1, "0-4", "0-5"}};
+  for (const auto& [what, module, sub, file, size, rotates, deleted, kept] : kCases) {
+    SCOPED_TRACE(what);
+    const string directory = string("/tmp/debug/") + mod_define[module].name + "/", start = directory + to_string(sub);
+    const auto log = [&](unsigned number) { return start + "-" + to_string(number) + ".log"; };
+    const Info info = {7, file};
+    write_file(directory + "~" + to_string(sub) + ".info", {reinterpret_cast<const char*>(&info), sizeof info});
+    write_file(log(file), string(size, 'x'));
+    for (const string& name : {deleted, kept}) write_file(directory + name + ".log", "");
     // "[4][system]", 28 bytes of date and "[7]" come before the message.
-    EXPECT_EQ(KT_DEBUGn_in(4, c.module, c.sub, "%s", string(100 - 42, 'm').c_str()), 0);
-
-    EXPECT_EQ(read_info(directory, c.sub), (Info{8, c.file + c.rotates}));
-    EXPECT_EQ(read_file(current).size(), c.size + (c.rotates ? 0 : 100));
-    EXPECT_EQ(read_file(next).size(), c.rotates ? 100 : strlen("(none)"));
-    const Words request = {0, c.module, c.sub, static_cast<int>(c.file), 0};
-    EXPECT_EQ(requests(), std::vector(c.rotates, request));
-    EXPECT_NE(exists(directory + c.deleted + ".log"), c.rotates);
-    EXPECT_TRUE(exists(directory + c.kept + ".log"));
+    EXPECT_EQ(KT_DEBUGn_in(4, module, sub, "%s", string(100 - 42, 'm').c_str()), 0);
+    EXPECT_EQ(read_info(directory, sub), (Info{8, file + rotates}));
+    EXPECT_EQ(read_file(log(file)).size(), size + (rotates ? 0 : 100));
+    EXPECT_EQ(read_file(log(file + 1)).size(), rotates ? 100 : strlen("(none)"));
+    EXPECT_EQ(requests(), std::vector(rotates, Words{0, module, sub, int(file), 0}));
+    EXPECT_TRUE(exists(directory + deleted + ".log") != rotates && exists(directory + kept + ".log"));
     ASSERT_EQ(system(("rm -f " + directory + "*").c_str()), 0);
   }
 }
 
 TEST_F(Trace, neither_missing_directory_nor_stuck_relay_stops_anybody) {
   errno = 4711;
-  EXPECT_EQ(KT_DEBUGn_in(4, 11, 0, "lost\n"), 0);
-  EXPECT_EQ(errno, 4711);
+  EXPECT_TRUE(KT_DEBUGn_in(4, 11, 0, "lost\n") == 0 && errno == 4711);
   EXPECT_TRUE(regex_match(receive(), std::regex(R"(\[4\]\[ddns\].*\[0\]lost\n)")));
   EXPECT_FALSE(exists("/tmp/debug/ddns"));
   alarm(20);  // the relay is full after some ten datagrams
@@ -157,21 +142,17 @@ TEST_F(Trace, eight_processes_lose_and_double_nothing) {
   }));
   mod_define[15].keep[0] = 1;
   const Info info = read_info(kMisc, 0);
-  std::vector<Words> rotations;
-  unsigned sequence = 0, next[8] = {};
+  unsigned number, id, count, sequence = 0, next[8] = {};
   for (unsigned file = 0; file <= info[1]; ++file) {
     const string content = read_file(kMisc + "0-" + to_string(file) + ".log");
     ASSERT_TRUE(content.size() <= 16384 && (content.size() > 16384 - 80 || file == info[1]));
-    if (file < info[1]) rotations.push_back({0, 15, 0, static_cast<int>(file), 0});
     for (const string& line : lines_of(content)) {
-      unsigned number = 0, id = 0, count = 0;
       ASSERT_EQ(sscanf(line.c_str(), "[4][misc][%*26c][%u]p%1u n%u", &number, &id, &count), 3) << line;
       ASSERT_TRUE(number == sequence++ && count == next[id]++) << line;
     }
   }
-  EXPECT_EQ(info[0], 8 * kLines);
-  EXPECT_EQ(sequence, 8 * kLines);
-  EXPECT_EQ(requests(), rotations);
+  expect_all(8 * kLines, {info[0], sequence});
+  EXPECT_EQ(requests().size(), info[1]);
 }
 
 TEST_F(Trace, waiting_for_the_flash_ends_with_the_answer) {
@@ -182,8 +163,7 @@ TEST_F(Trace, waiting_for_the_flash_ends_with_the_answer) {
     usleep(50000);
     write_file("/tmp/debug/saved", "");
     message.type = 19;
-    if (msgsnd(queue(), &message, sizeof(Words), 0) != 0) return 3;
-    return message.words == Words{19, 3, 1, -6, 1} ? 0 : 4;
+    return msgsnd(queue(), &message, sizeof(Words), 0) == 0 && message.words == Words{19, 3, 1, -6, 1} ? 0 : 3;
   }));
 }
 
@@ -204,13 +184,11 @@ TEST_F(Trace, without_a_request_sent_no_answer_is_waited_for) {
 
 TEST_F(Trace, console_and_card_prints) {
   ASSERT_EQ(rename("/dev/console", "/dev/console.real"), 0);
-  EXPECT_EQ(console_printf("%s", "nobody"), 0);
-  EXPECT_FALSE(exists("/dev/console"));
+  EXPECT_TRUE(console_printf("%s", "nobody") == 0 && !exists("/dev/console"));
   write_file("/dev/console", string(3000, '-'));
   EXPECT_EQ(console_printf("%s", string(2500, 'x').c_str()), 0);
   EXPECT_EQ(read_file("/dev/console"), string(2047, 'x') + string(953, '-'));
   ASSERT_EQ(rename("/dev/console.real", "/dev/console"), 0);
-
   EXPECT_EQ(mmcsd_printf(nullptr, "%d", 1) + mmcsd_printf("/nowhere/card.log", "%d", 1), -2);
   for (const int card : {1, 2}) EXPECT_EQ(mmcsd_printf("/tmp/debug/card", "%d\n", card), 0);
   const std::regex form(R"((\[[A-Z][a-z]{2} [ \d]\d \d{4} \d\d:\d\d:\d\d\] )1\n\1(2)\n)");
@@ -219,20 +197,19 @@ TEST_F(Trace, console_and_card_prints) {
 
 TEST_F(Trace, settings_have_defaults_and_bounds) {
   ASSERT_EQ(system("mkdir -p /mnt/ramdisk/env"), 0);
-  write_file(kSettings, "[DEBUG]\nsyslog_mode=\nsyslog_server=" + string(65, 's'));
+  write_file(kDefaults, ""), write_file(kSettings, "[DEBUG]\nsyslog_server=" + string(65, 's'));
   DebugConfig config[2] = {{7, "u", 7}, {0x23232323, "", 0}};
   EXPECT_EQ(DEBUGReadConfigData(config), 0);
   EXPECT_EQ(config->syslog_server, string(64, 's'));
-  EXPECT_TRUE(config->syslog_mode == 0 && config->syslog_port == 514);
-  EXPECT_EQ(config[1].syslog_mode, 0x23232323);
+  EXPECT_TRUE(config->syslog_mode == 0 && config->syslog_port == 514 && config[1].syslog_mode == 0x23232323);
   const DebugConfig written = {2, "log.example", 1514};
   write_file(kSettings, "");
   EXPECT_EQ(DEBUGWriteConfigData(&written), 0);
   EXPECT_EQ(read_file(kSettings), "[DEBUG]\nsyslog_mode=2\nsyslog_port=1514\nsyslog_server=log.example\n");
   ASSERT_EQ(system("rm -rf /mnt/ramdisk/env"), 0);
-  EXPECT_EQ(DEBUGReadConfigData(config) + DEBUGWriteConfigData(&written), -2);
+  expect_all(-1, {DEBUGReadConfigData(config), DEBUGWriteConfigData(&written), DEBUGReadConfigData(nullptr),
+                  DEBUGWriteConfigData(nullptr)});
   EXPECT_EQ(config->syslog_port, 514);
-  EXPECT_EQ(DEBUGReadConfigData(nullptr) + DEBUGWriteConfigData(nullptr), -2);
 }
 
 }  // namespace
