@@ -48,7 +48,7 @@ enum class Content { kUnknown, kUnfit, kSettings, kSameSettings };
 
 // What a boot, which finds no settings on the RAM disk, makes of two copies.
 struct BootChoice {
-  bool known = true;           // a copy could be unpacked, if only for a look
+  bool known = true;           // false where /tmp had no room to look into an intact copy
   int copy = kNeither;         // the first that is intact and unpacks to valid settings
   bool other_version = false;  // but it is discarded: the defaults have another "cfg_ver"
 };
